@@ -1,0 +1,84 @@
+#ifndef PK_COMMMANAGER_AISG_COMM_MANAGER_H
+#define PK_COMMMANAGER_AISG_COMM_MANAGER_H
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "aisgAppLayer/commManager/aisgSerialportComm.h"
+#include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "aisgAppLayer/deviceManager/deviceCommInterface.h"
+#include "utility/appThreadInterface.h"
+#include "utility/threadLock.h"
+
+// Never stored by anything; kept for the shape of the manager.
+struct S_HdlcPacketNo {
+  uint8_t sendNo;
+  uint8_t receiveNo;
+};
+
+// The command and response service on the AISG bus: one exchange at a time.
+class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
+ public:
+  static constexpr unsigned int kPollPeriodMs = 10;
+  static constexpr unsigned int kRecordSize = sizeof(S_HdlcPacket);
+  static constexpr unsigned int kMaxQueueText = 512;
+  static constexpr uint8_t kBroadcastAddress = 0xFF;
+
+  static AisgCommManager* getInstance();
+
+  ~AisgCommManager() override;
+
+  // AppThreadInterface
+  std::string getThreadName() override;
+  void createThread() override;
+  void deleteThread() override;
+  void stopServive() override;
+  void startServive() override;
+  pthread_t getThreadId() override;
+
+  // DeviceCommInterface
+  void commandSend(unsigned char* data, unsigned int length) override;
+  int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override;
+  int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) override;
+  void clearStatusData() override;
+
+  void commandOnlySend(unsigned char* data, unsigned int length);
+  int waitOnlyReadResponseData(unsigned char* data, unsigned int length, unsigned int time);
+  int responseDataIsAvailable();
+  void setRevDataAvailableFlag(int value);
+
+  unsigned int getCrcErrorCount();
+  unsigned int getWithoutStopFlagCount();
+  unsigned int getReceivedOctetsCount();
+  unsigned int getSendOctetsCount();
+
+  static void* aisgCommManagerThread(void* object);
+
+ private:
+  explicit AisgCommManager(const std::string& threadName);
+
+  int _msgId;
+  pthread_t _threadId;
+  std::string _threadName;
+  int _serviceFlag;
+  ThreadLock* _pCommandLock;
+  ThreadLock* _pDataLock;
+  AisgSerialportComm* _pSerialportComm;
+  std::map<uint8_t, S_HdlcPacketNo> _hdlcPacketNoMap;
+  S_SerialportMsg* _pRevMsg;
+  S_HdlcPacket* _pHdlcPacket;
+  unsigned char _revData[512];
+  unsigned int _revDataLength;
+  int _revDataAvailableFlag;
+  unsigned int _crcErrorCount;
+  unsigned int _withoutStopFlagCount;
+  unsigned int _receivedOctetsCount;
+  unsigned int _sendOctetsCount;
+
+  static AisgCommManager* _pAisgCommManager;
+};
+
+#endif

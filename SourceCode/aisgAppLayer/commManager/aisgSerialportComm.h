@@ -1,0 +1,61 @@
+#ifndef PK_COMMMANAGER_AISG_SERIALPORT_COMM_H
+#define PK_COMMMANAGER_AISG_SERIALPORT_COMM_H
+
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "aisgAppLayer/commManager/rs485Adapter.h"
+#include "utility/threadLock.h"
+
+// The queue message of type 3: raw bytes from the port, at most 384 in use.
+#pragma pack(push, 1)
+struct S_SerialportMsg {
+  int32_t msgType;
+  unsigned char data[512];
+};
+#pragma pack(pop)
+static_assert(sizeof(S_SerialportMsg) == 516, "S_SerialportMsg is the type word and 512 bytes");
+
+// Between the port and the communication manager: sends ready frames, and gathers
+// what the port delivers until 20 ms of silence into one message on the manager's queue.
+class AisgSerialportComm {
+ public:
+  static constexpr unsigned int kRevBufferSize = 384;
+  static constexpr unsigned int kSilenceMs = 20;
+  static constexpr int kSerialportMsgType = 3;
+
+  explicit AisgSerialportComm(int msgId);
+  ~AisgSerialportComm();
+  AisgSerialportComm(const AisgSerialportComm&) = delete;
+  AisgSerialportComm& operator=(const AisgSerialportComm&) = delete;
+
+  void sendCommandMsg(unsigned char* buffer, int length);
+  void receiveMsgTransmission();
+  static void handle(sigval value);
+  static void* serialportCommThread(void* object);
+  void createThread();
+  void deleteThread();
+  int createTimer();
+  int resetTimer(unsigned int milliseconds);
+  void stopServer();
+
+ private:
+  pthread_t _threadId;
+  int _stopFlag;
+  ThreadLock* _pRevLock;
+  ThreadLock* _pSendLock;
+  Rs485Adapter* _pRs485Adapter;
+  int _msgId;
+  unsigned char _revBuffer[kRevBufferSize];
+  S_SerialportMsg* _pRevMsg;
+  timer_t _timerId;
+  bool _timerCreated;
+  bool _threadCreated;
+  unsigned int _revLength;
+};
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef PK_DEVICEMANAGER_DEVICE_COMM_INTERFACE_H
+#define PK_DEVICEMANAGER_DEVICE_COMM_INTERFACE_H
+
+struct S_HdlcPacket;
+
+// The way to the bus that a device holds; the communication manager implements it.
+class DeviceCommInterface {
+ public:
+  virtual ~DeviceCommInterface() = default;
+  virtual int readResponseData(unsigned char* data, unsigned int length) {
+    (void)data;
+    (void)length;
+    return 0;
+  }
+  virtual int waitReadResponseData(unsigned char* data, unsigned int length, unsigned int time) {
+    (void)data;
+    (void)length;
+    (void)time;
+    return 0;
+  }
+  virtual void commandSend(unsigned char* data, unsigned int length) = 0;
+  // Packet form: 0 reply, -1 reply from another address, -2 no reply in time, -3 undecodable reply.
+  virtual int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) = 0;
+  // Raw form: 0 reply (the raw bytes replace data), -1 no reply in time.
+  virtual int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) = 0;
+  virtual void clearStatusData() = 0;
+};
+
+#endif

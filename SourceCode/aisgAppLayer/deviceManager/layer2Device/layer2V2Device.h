@@ -1,0 +1,36 @@
+#ifndef PK_LAYER2DEVICE_LAYER2_V2_DEVICE_H
+#define PK_LAYER2DEVICE_LAYER2_V2_DEVICE_H
+
+#include <cstdint>
+
+#include "aisgAppLayer/deviceManager/layer2Device/layer2Device.h"
+
+// One node of the UID prefix tree that the scan walks.
+struct S_UidScanUintV2_t {
+  uint8_t uidLength;
+  uint8_t bitPosition;
+  uint8_t uid[20];
+  uint8_t mask[20];
+};
+
+// AISG version 2 on the bus: the six link procedures and the device scan.
+class Layer2V2Device : public Layer2Device {
+ public:
+  static constexpr unsigned int kExchangeTimeoutMs = 1000;
+  static constexpr uint8_t kBroadcastAddress = 0xFF;
+
+  Layer2V2Device() = default;
+  ~Layer2V2Device() override = default;
+
+  int deviceScan(unsigned char maxUidLength, unsigned char& deviceCount) override;
+  int addressAssign(S_AldBaseInfo* info, unsigned char address) override;
+  int linkEstablish(unsigned char address) override;
+  int disconnect(unsigned char address) override;
+  int resetDevice(unsigned char address) override;
+  int hdlcParameter(unsigned char address) override;
+  int devicePoll(unsigned char address) override;
+
+  int oneScan(S_UidScanUintV2_t step, S_AldBaseInfo* info);
+};
+
+#endif

@@ -1,0 +1,33 @@
+// The main of every test program: re-runs the program inside the sandbox, so
+// that the fixed configuration path, /tmp and the fixed System V keys are the
+// run's own, then runs the tests. Listing the tests needs no sandbox.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+int main(int argc, char** argv) {
+  bool listing = false;
+  for (int i = 1; i < argc; ++i) {
+    if (strncmp(argv[i], "--gtest_list_tests", 18) == 0) listing = true;
+  }
+  if (!listing && getenv("PK_SANDBOX_RUN") == nullptr) {
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (n > 0) {
+      self[n] = '\0';
+      std::vector<char*> args = {const_cast<char*>(PK_SANDBOX), const_cast<char*>("--base"),
+                                 const_cast<char*>(PK_RUN_BASE), const_cast<char*>("--"), self};
+      for (int i = 1; i < argc; ++i) args.push_back(argv[i]);
+      args.push_back(nullptr);
+      execv(PK_SANDBOX, args.data());
+      perror("execv sandbox");
+      return 125;
+    }
+  }
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

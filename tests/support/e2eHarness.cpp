@@ -28,6 +28,20 @@ long long nowMs() {
 
 std::string binPath(const std::string& program) { return std::string(PK_BIN_DIR) + "/" + program; }
 
+std::vector<std::string> emulatorWords() {
+  std::vector<std::string> words;
+  std::istringstream text(PK_EMULATOR);
+  for (std::string word; text >> word;) words.push_back(word);
+  return words;
+}
+
+std::vector<std::string> withEmulator(const std::vector<std::string>& argv) {
+  if (argv.empty() || argv[0].rfind(PK_BIN_DIR, 0) != 0) return argv;
+  std::vector<std::string> full = emulatorWords();
+  full.insert(full.end(), argv.begin(), argv.end());
+  return full;
+}
+
 void writeConfig(const std::string& text) {
   std::ofstream out("/mnt/curflash/currsw/oridata/aisg.bin", std::ios::binary | std::ios::trunc);
   out << text;
@@ -67,7 +81,8 @@ Child::~Child() {
   if (_master >= 0) close(_master);
 }
 
-bool Child::start(const std::vector<std::string>& argv) {
+bool Child::start(const std::vector<std::string>& program) {
+  std::vector<std::string> argv = withEmulator(program);
   struct termios raw;
   cfmakeraw(&raw);
   // Keep output processing off but let the child see lines as typed.
@@ -77,7 +92,7 @@ bool Child::start(const std::vector<std::string>& argv) {
     std::vector<char*> args;
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
-    execv(args[0], args.data());
+    execvp(args[0], args.data());
     _exit(127);
   }
   _pid = pid;

@@ -11,6 +11,12 @@ namespace e2e {
 // The path of a program built by the project (pylonkeeper, aldsim, mplanectl, pkstatus).
 std::string binPath(const std::string& program);
 
+// The words that run a program of this build: the emulator's words first when the
+// build is for another machine (empty on the host).
+std::vector<std::string> emulatorWords();
+// argv with the emulator's words in front when argv[0] is a program of this build.
+std::vector<std::string> withEmulator(const std::vector<std::string>& argv);
+
 // The service's fixed configuration file, written in the sandbox's own folder.
 void writeConfig(const std::string& text);
 // Reads a whole file; empty when it cannot be read.

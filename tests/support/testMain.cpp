@@ -7,7 +7,10 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
+
+#include "e2eHarness.h"
 
 int main(int argc, char** argv) {
   bool listing = false;
@@ -19,8 +22,11 @@ int main(int argc, char** argv) {
     ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
     if (n > 0) {
       self[n] = '\0';
+      std::vector<std::string> words = e2e::emulatorWords();
       std::vector<char*> args = {const_cast<char*>(PK_SANDBOX), const_cast<char*>("--base"),
-                                 const_cast<char*>(PK_RUN_BASE), const_cast<char*>("--"), self};
+                                 const_cast<char*>(PK_RUN_BASE), const_cast<char*>("--")};
+      for (auto& word : words) args.push_back(const_cast<char*>(word.c_str()));
+      args.push_back(self);
       for (int i = 1; i < argc; ++i) args.push_back(argv[i]);
       args.push_back(nullptr);
       execv(PK_SANDBOX, args.data());

@@ -1,0 +1,31 @@
+#include "simLog.h"
+
+#include <sys/time.h>
+
+#include <cstdio>
+#include <ctime>
+
+void SimLog::line(const std::string& text) {
+  fputs(text.c_str(), stdout);
+  fputc('\n', stdout);
+  fflush(stdout);
+}
+
+void SimLog::info(const std::string& text) { line("# " + text); }
+
+void SimLog::frame(const char* direction, const uint8_t* bytes, size_t length) {
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  struct tm local;
+  localtime_r(&now.tv_sec, &local);
+  char stamp[32];
+  snprintf(stamp, sizeof(stamp), "%02d:%02d:%02d.%03ld %s", local.tm_hour, local.tm_min, local.tm_sec,
+           static_cast<long>(now.tv_usec / 1000), direction);
+  std::string text(stamp);
+  char hex[4];
+  for (size_t i = 0; i < length; ++i) {
+    snprintf(hex, sizeof(hex), " %02X", bytes[i]);
+    text += hex;
+  }
+  line(text);
+}

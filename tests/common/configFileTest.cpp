@@ -23,6 +23,17 @@ TEST(ConfigFileTest, DefaultsStandWithoutAFile) {
   EXPECT_EQ(config._shareMemKey, 0x400009);
 }
 
+TEST(ConfigFileTest, TheCommentedSampleHoldsTheDefaults) {
+  ConfigFile sample(PK_SOURCE_DIR "/packaging/aisg.bin.sample");
+  ConfigFile none("/tmp/no-such-file");
+  EXPECT_EQ(sample._version, none._version);
+  EXPECT_EQ(sample._portName, none._portName);
+  EXPECT_EQ(sample._projectPath, none._projectPath);
+  EXPECT_EQ(sample._commandMsgKey, none._commandMsgKey);
+  EXPECT_EQ(sample._responseMsgKey, none._responseMsgKey);
+  EXPECT_EQ(sample._shareMemKey, none._shareMemKey);
+}
+
 TEST(ConfigFileTest, KeysInAnyCaseAndNumbersInEveryBase) {
   ConfigFile config = readConfig(
       "portname /dev/ttyS7\n"

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -26,7 +27,13 @@ long long nowMs() {
 
 }  // namespace
 
-std::string binPath(const std::string& program) { return std::string(PK_BIN_DIR) + "/" + program; }
+// The programs of this build, or of an unpacked package when the package check names its folder.
+static std::string binDir() {
+  const char* unpacked = getenv("PK_BIN_DIR_OVERRIDE");
+  return unpacked != nullptr ? unpacked : PK_BIN_DIR;
+}
+
+std::string binPath(const std::string& program) { return binDir() + "/" + program; }
 
 std::vector<std::string> emulatorWords() {
   std::vector<std::string> words;
@@ -36,7 +43,7 @@ std::vector<std::string> emulatorWords() {
 }
 
 std::vector<std::string> withEmulator(const std::vector<std::string>& argv) {
-  if (argv.empty() || argv[0].rfind(PK_BIN_DIR, 0) != 0) return argv;
+  if (argv.empty() || argv[0].rfind(binDir(), 0) != 0) return argv;
   std::vector<std::string> full = emulatorWords();
   full.insert(full.end(), argv.begin(), argv.end());
   return full;

@@ -60,6 +60,16 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
  private:
   explicit AisgCommManager(const std::string& threadName);
 
+  // Decodes one message from the queue and hands it to the waiter.
+  void processMessage(unsigned int length);
+  // Reads the flag and clears it if it was 1; the caller holds _pDataLock.
+  int takeFlag();
+  // Tests the flag every 10 ms as the time allows; when it is up, takeReply runs
+  // under _pDataLock. 0 when a reply was taken, -1 when the time ran out.
+  template <typename TakeReply>
+  int waitForReply(unsigned int time, TakeReply takeReply);
+  unsigned int readCounter(const unsigned int& counter);
+
   int _msgId;
   pthread_t _threadId;
   std::string _threadName;
@@ -77,6 +87,7 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   unsigned int _withoutStopFlagCount;
   unsigned int _receivedOctetsCount;
   unsigned int _sendOctetsCount;
+  bool _threadCreated;
 
   static AisgCommManager* _pAisgCommManager;
 };

@@ -44,6 +44,9 @@ class AisgSerialportComm {
   void stopServer();
 
  private:
+  // Adds the bytes of one read to the message being gathered, as far as there is room.
+  void appendReceived(const unsigned char* bytes, unsigned int count);
+
   pthread_t _threadId;
   int _stopFlag;
   ThreadLock* _pRevLock;
@@ -56,6 +59,8 @@ class AisgSerialportComm {
   bool _timerCreated;
   bool _threadCreated;
   unsigned int _revLength;
+  // What the timer's notification carries: the key under which handle finds this object.
+  int _timerKey;
 };
 
 #endif

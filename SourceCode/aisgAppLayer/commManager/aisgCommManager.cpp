@@ -1,0 +1,269 @@
+#include "aisgAppLayer/commManager/aisgCommManager.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "aisgAppLayer/commManager/cancelPoint.h"
+#include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
+#include "systemServerLayer/msgAlloc/msgAlloc.h"
+#include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "utility/debugTrace.h"
+
+namespace {
+
+constexpr useconds_t kReceiveRetryPauseUs = 100000;
+constexpr uint8_t kNoSequenceNo = 0xFF;
+
+}  // namespace
+
+AisgCommManager* AisgCommManager::_pAisgCommManager = nullptr;
+
+AisgCommManager* AisgCommManager::getInstance() {
+  if (_pAisgCommManager == nullptr) _pAisgCommManager = new AisgCommManager("AisgCommManagerThread");
+  return _pAisgCommManager;
+}
+
+AisgCommManager::AisgCommManager(const std::string& threadName)
+    : _msgId(-1),
+      _threadId(),
+      _threadName(threadName),
+      _serviceFlag(0),
+      _pCommandLock(nullptr),
+      _pDataLock(nullptr),
+      _pSerialportComm(nullptr),
+      _pRevMsg(nullptr),
+      _pHdlcPacket(nullptr),
+      _revData(),
+      _revDataLength(0),
+      _revDataAvailableFlag(0),
+      _crcErrorCount(0),
+      _withoutStopFlagCount(0),
+      _receivedOctetsCount(0),
+      _sendOctetsCount(0),
+      _threadCreated(false) {
+  _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
+  _pSerialportComm = new AisgSerialportComm(_msgId);
+  _pCommandLock = new ThreadLock();
+  _pDataLock = new ThreadLock();
+  _pRevMsg = new S_SerialportMsg();
+  _pHdlcPacket = new S_HdlcPacket();
+  clearStatusData();
+  createThread();
+}
+
+AisgCommManager::~AisgCommManager() {
+  // The thread uses the buffers and the data lock, so it goes first.
+  deleteThread();
+  delete _pSerialportComm;
+  delete _pCommandLock;
+  delete _pDataLock;
+  delete _pRevMsg;
+  delete _pHdlcPacket;
+  _hdlcPacketNoMap.clear();
+  if (_pAisgCommManager == this) _pAisgCommManager = nullptr;
+}
+
+std::string AisgCommManager::getThreadName() { return _threadName; }
+
+void AisgCommManager::createThread() {
+  if (pthread_create(&_threadId, nullptr, aisgCommManagerThread, this) != 0) {
+    TRACE(1, "fail to create AisgCommManager thread!\n");
+  } else {
+    _threadCreated = true;
+  }
+  TRACE(3, "_threadId = %d\n", static_cast<int>(_threadId));
+}
+
+void AisgCommManager::deleteThread() {
+  if (!_threadCreated) return;
+  // Joined rather than detached, so that nothing is released under a running thread.
+  pthread_cancel(_threadId);
+  pthread_join(_threadId, nullptr);
+  _threadCreated = false;
+}
+
+void AisgCommManager::stopServive() { _serviceFlag = 0; }
+
+void AisgCommManager::startServive() { _serviceFlag = 1; }
+
+pthread_t AisgCommManager::getThreadId() { return _threadId; }
+
+void AisgCommManager::commandSend(unsigned char* data, unsigned int length) {
+  ThreadLockGuard guard(*_pCommandLock);
+  commandOnlySend(data, length);
+}
+
+void AisgCommManager::commandOnlySend(unsigned char* data, unsigned int length) {
+  (void)length;
+  S_HdlcPacket* packet = reinterpret_cast<S_HdlcPacket*>(data);
+  unsigned char frame[kRecordSize];
+  memset(frame, 0, sizeof(frame));
+  unsigned int frameLength = 0;
+  {
+    // The manager thread writes the ALD's numbers under the data lock; reading them
+    // under it too gives the frame the numbers of the last reply processed.
+    ThreadLockGuard guard(*_pDataLock);
+    AldDevice* device = AldDeviceContainer::getInstance()->findAldDeviceObj(packet->address);
+    if (device != nullptr) {
+      packet->sendNo = device->sendNo;
+      packet->receiveNo = device->receiveNo;
+    }
+    const int result = HdlcProtocol::encode(packet, frame, &frameLength, hdlc::kStructured);
+    if (result != 0) {
+      TRACE(1, "data to serialport encode failed -- ret=%d!\n", result);
+      return;
+    }
+    // A reply that came too late for the exchange before is thrown away here.
+    _revDataAvailableFlag = 0;
+  }
+  _pSerialportComm->sendCommandMsg(frame, static_cast<int>(frameLength));
+  _sendOctetsCount += frameLength;
+}
+
+int AisgCommManager::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) {
+  const uint8_t target = packet->address;
+  int received;
+  {
+    ThreadLockGuard guard(*_pCommandLock);
+    commandOnlySend(reinterpret_cast<unsigned char*>(packet), kRecordSize);
+    memset(packet, 0, kRecordSize);
+    received = waitOnlyReadResponseData(reinterpret_cast<unsigned char*>(packet), kRecordSize, time);
+  }
+  if (received < 0) {
+    TRACE(1, "Wait for receive data timeout!\n");
+    return -2;
+  }
+  if (packet->decodeResult != 0) {
+    TRACE(1, "Receive data is error!\n");
+    return -3;
+  }
+  if (target != kBroadcastAddress && packet->address != target) {
+    TRACE(1, "Reply addr[%d] is not target addr[%d]!\n", packet->address, target);
+    return -1;
+  }
+  return 0;
+}
+
+int AisgCommManager::sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) {
+  ThreadLockGuard guard(*_pCommandLock);
+  _pSerialportComm->sendCommandMsg(data, *length);
+  _sendOctetsCount += static_cast<unsigned int>(*length);
+  memset(data, 0, static_cast<std::size_t>(*length));
+  return waitForReply(time, [&] {
+    memcpy(data, _revData, _revDataLength);
+    *length = static_cast<int>(_revDataLength);
+  });
+}
+
+int AisgCommManager::waitOnlyReadResponseData(unsigned char* data, unsigned int length, unsigned int time) {
+  const unsigned int count = length > kRecordSize ? kRecordSize : length;
+  if (waitForReply(time, [&] { memcpy(data, _pHdlcPacket, count); }) < 0) return -1;
+  return static_cast<int>(count);
+}
+
+template <typename TakeReply>
+int AisgCommManager::waitForReply(unsigned int time, TakeReply takeReply) {
+  const unsigned int ticks = time / kPollPeriodMs;
+  if (ticks == 0) return -1;
+  for (unsigned int spent = 0;;) {
+    {
+      // The copy is made under the same lock as the test, so a message that comes
+      // right behind cannot mix into it.
+      ThreadLockGuard guard(*_pDataLock);
+      if (takeFlag() == 1) {
+        takeReply();
+        return 0;
+      }
+    }
+    // No test after the last sleep: the time is up with it.
+    usleep(kPollPeriodMs * 1000);
+    if (++spent == ticks) return -1;
+  }
+}
+
+int AisgCommManager::takeFlag() {
+  const int flag = _revDataAvailableFlag;
+  if (flag == 1) _revDataAvailableFlag = 0;
+  return flag;
+}
+
+int AisgCommManager::responseDataIsAvailable() {
+  ThreadLockGuard guard(*_pDataLock);
+  return takeFlag();
+}
+
+void AisgCommManager::setRevDataAvailableFlag(int value) {
+  ThreadLockGuard guard(*_pDataLock);
+  _revDataAvailableFlag = value;
+}
+
+unsigned int AisgCommManager::readCounter(const unsigned int& counter) {
+  // The command lock keeps the reader behind a running exchange; the data lock
+  // keeps it apart from the manager thread, which counts under that lock.
+  ThreadLockGuard commandGuard(*_pCommandLock);
+  ThreadLockGuard dataGuard(*_pDataLock);
+  return counter;
+}
+
+unsigned int AisgCommManager::getCrcErrorCount() { return readCounter(_crcErrorCount); }
+
+unsigned int AisgCommManager::getWithoutStopFlagCount() { return readCounter(_withoutStopFlagCount); }
+
+unsigned int AisgCommManager::getReceivedOctetsCount() { return readCounter(_receivedOctetsCount); }
+
+unsigned int AisgCommManager::getSendOctetsCount() { return readCounter(_sendOctetsCount); }
+
+void AisgCommManager::clearStatusData() {
+  ThreadLockGuard commandGuard(*_pCommandLock);
+  ThreadLockGuard dataGuard(*_pDataLock);
+  _crcErrorCount = 0;
+  _withoutStopFlagCount = 0;
+  _receivedOctetsCount = 0;
+  _hdlcPacketNoMap.clear();
+}
+
+void* AisgCommManager::aisgCommManagerThread(void* object) {
+  // The argument, not the singleton pointer: the thread starts before getInstance has stored it.
+  AisgCommManager* self = static_cast<AisgCommManager*>(object);
+  blockCancellation();
+  TRACE(3, "aisgCommManagerThread start");
+  for (;;) {
+    TRACE(4, "AisgCommManagerThread wait msg = %d!\n", self->_msgId);
+    const ssize_t n = cancelPoint([&] { return recordReceive(self->_msgId, self->_pRevMsg, AisgCommManager::kMaxQueueText, 0, 0); });
+    const int error = errno;
+    if (n <= 0) {
+      TRACE(1, "receive empty command -- length=%d , errno=%d!\n", static_cast<int>(n), error);
+      // A queue that fails (gone, or never made) fails again at once.
+      if (n < 0) cancelPoint([] { return usleep(kReceiveRetryPauseUs); });
+      continue;
+    }
+    TRACE(4, "AisgCommManagerThread receive msg -- length = %d\n", static_cast<int>(n));
+    self->processMessage(static_cast<unsigned int>(n));
+  }
+  return nullptr;
+}
+
+void AisgCommManager::processMessage(unsigned int length) {
+  ThreadLockGuard guard(*_pDataLock);
+  // The raw bytes first, so that they are there whatever the decoder says.
+  memcpy(_revData, _pRevMsg->data, length);
+  _revDataLength = length;
+  const int result = HdlcProtocol::decode(_revData, length, _pHdlcPacket, hdlc::kStructured);
+  _pHdlcPacket->decodeResult = result;
+  if (result == 0) {
+    AldDevice* device = AldDeviceContainer::getInstance()->findAldDeviceObj(_pHdlcPacket->address);
+    if (device != nullptr && _pHdlcPacket->receiveNo != kNoSequenceNo) device->setSendNo(_pHdlcPacket->receiveNo);
+    if (device != nullptr && _pHdlcPacket->sendNo != kNoSequenceNo) {
+      device->setReceiveNo(static_cast<unsigned char>(_pHdlcPacket->sendNo + 1));
+    }
+    _receivedOctetsCount += length;
+  } else {
+    if (result == hdlc::HDLC_FCS_ERROR) ++_crcErrorCount;
+    if (result == hdlc::HDLC_NO_STOP_FLAG) ++_withoutStopFlagCount;
+    TRACE(1, "serialport msg decode failed -- ret=%d!\n", result);
+  }
+  // Up for a bad message too: the waiter ends at once rather than running into its time-out.
+  _revDataAvailableFlag = 1;
+}

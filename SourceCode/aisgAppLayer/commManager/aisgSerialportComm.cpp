@@ -1,0 +1,250 @@
+#include "aisgAppLayer/commManager/aisgSerialportComm.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#if defined(__SANITIZE_THREAD__)
+#include <future>
+#endif
+
+#include "aisgAppLayer/commManager/cancelPoint.h"
+#include "common/configFile.h"
+#include "systemServerLayer/msgAlloc/msgAlloc.h"
+#include "utility/debugTrace.h"
+
+namespace {
+
+constexpr useconds_t kPortRetryPauseUs = 1000000;
+constexpr std::size_t kDumpBufferSize = 256;
+// "%02X " takes three characters a byte: 85 bytes fill the buffer with its terminator.
+constexpr unsigned int kDumpWholeBytes = (kDumpBufferSize - 1) / 3;
+// A longer message shows this many bytes, leaving room for the mark of the cut.
+constexpr unsigned int kDumpCutBytes = 80;
+
+// glibc may start the notification thread of an expiry just before timer_delete,
+// and that thread calls handle afterwards. So the timer carries a key rather than
+// the object's address, and handle looks the object up here under the lock that
+// the destructor takes to withdraw it: a late notification finds nothing.
+struct TimerClients {
+  ThreadLock lock;
+  std::map<int, AisgSerialportComm*> objects;
+  int nextKey = 1;
+};
+
+TimerClients& timerClients() {
+  // Never destroyed, since a notification thread may still run while the process exits.
+  static TimerClients* clients = new TimerClients();
+  return *clients;
+}
+
+#if defined(__SANITIZE_THREAD__)
+// The thread sanitizer cannot follow the threads that the C library starts for
+// SIGEV_THREAD and crashes in them. Under it the timers signal one thread of our
+// own instead, which calls handle as the C library's thread would.
+int timerSignal() { return SIGRTMIN + 3; }
+
+void* notifyLoop(void* started) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, timerSignal());
+  static_cast<std::promise<pid_t>*>(started)->set_value(gettid());
+  for (;;) {
+    siginfo_t info;
+    if (sigwaitinfo(&signals, &info) == timerSignal()) AisgSerialportComm::handle(info.si_value);
+  }
+  return nullptr;
+}
+
+pid_t notifierThreadId() {
+  static const pid_t tid = [] {
+    sigset_t signals;
+    sigset_t previous;
+    sigemptyset(&signals);
+    sigaddset(&signals, timerSignal());
+    // The notifier inherits the block, so the signal waits for its sigwaitinfo.
+    pthread_sigmask(SIG_BLOCK, &signals, &previous);
+    std::promise<pid_t> started;
+    pthread_t thread;
+    pthread_create(&thread, nullptr, notifyLoop, &started);
+    pthread_detach(thread);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return started.get_future().get();
+  }();
+  return tid;
+}
+#endif
+
+// The one dump of both directions.
+void traceHexDump(const unsigned char* bytes, unsigned int length) {
+  char text[kDumpBufferSize];
+  memset(text, 0, sizeof(text));
+  const unsigned int shown = length <= kDumpWholeBytes ? length : kDumpCutBytes;
+  std::size_t used = 0;
+  for (unsigned int i = 0; i < shown; ++i) {
+    used += snprintf(text + used, sizeof(text) - used, "%02X ", bytes[i]);
+  }
+  if (shown < length) snprintf(text + used, sizeof(text) - used, "...(%u bytes)", length);
+  TRACE(3, "%s\n", text);
+}
+
+}  // namespace
+
+AisgSerialportComm::AisgSerialportComm(int msgId)
+    : _threadId(),
+      _stopFlag(0),
+      _pRevLock(nullptr),
+      _pSendLock(nullptr),
+      _pRs485Adapter(nullptr),
+      _msgId(msgId),
+      _revBuffer(),
+      _pRevMsg(nullptr),
+      _timerId(),
+      _timerCreated(false),
+      _threadCreated(false),
+      _revLength(0),
+      _timerKey(0) {
+  _pRevLock = new ThreadLock();
+  _pSendLock = new ThreadLock();
+  _pRs485Adapter = new Rs485Adapter(ConfigFile::getInstance()->_portName.c_str());
+  const S_UartConfig busConfig = {9600, 8, 1, 'N'};
+  _pRs485Adapter->setConfig(busConfig);
+  _pRevMsg = new S_SerialportMsg();
+  createTimer();
+  createThread();
+}
+
+AisgSerialportComm::~AisgSerialportComm() {
+  // First the thread, which appends and restarts the timer; then the timer; then
+  // withdraw the key, which waits for a notification that is still running.
+  deleteThread();
+  if (_timerCreated) timer_delete(_timerId);
+  {
+    TimerClients& clients = timerClients();
+    ThreadLockGuard guard(clients.lock);
+    clients.objects.erase(_timerKey);
+  }
+  delete _pRs485Adapter;
+  delete _pRevLock;
+  delete _pSendLock;
+  delete _pRevMsg;
+}
+
+void AisgSerialportComm::sendCommandMsg(unsigned char* buffer, int length) {
+  ThreadLockGuard guard(*_pSendLock);
+  TRACE(3, "Rs485 send Data(%d).\n", length);
+  traceHexDump(buffer, static_cast<unsigned int>(length));
+  _pRs485Adapter->send(buffer, static_cast<unsigned int>(length));
+}
+
+void AisgSerialportComm::receiveMsgTransmission() {
+  ThreadLockGuard guard(*_pRevLock);
+  if (_revLength == 0) {
+    TRACE(2, "%s() no data transmission -- _revLength = %d !!!\n", "receiveMsgTransmission", _revLength);
+    return;
+  }
+  TRACE(3, "Rs485 receive data _revLength = %d \n", _revLength);
+  traceHexDump(_revBuffer, _revLength);
+  memcpy(_pRevMsg->data, _revBuffer, _revLength);
+  _pRevMsg->msgType = kSerialportMsgType;
+  msgcheckAndsnd(_msgId, _pRevMsg, _revLength, 0);
+  // A refused message is lost: the next one starts empty all the same.
+  _revLength = 0;
+}
+
+void AisgSerialportComm::handle(sigval value) {
+  TimerClients& clients = timerClients();
+  ThreadLockGuard guard(clients.lock);
+  auto found = clients.objects.find(value.sival_int);
+  if (found != clients.objects.end()) found->second->receiveMsgTransmission();
+}
+
+void* AisgSerialportComm::serialportCommThread(void* object) {
+  AisgSerialportComm* self = static_cast<AisgSerialportComm*>(object);
+  blockCancellation();
+  unsigned char buffer[kRevBufferSize];
+  memset(buffer, 0, sizeof(buffer));
+  TRACE(3, "serialportCommThread start");
+  for (;;) {
+    TRACE(4, "2020-03 AisgSerialportComm:modualCommThread running .........\n");
+    const int count = cancelPoint([&] { return self->_pRs485Adapter->receive(buffer, kRevBufferSize); });
+    if (count <= 0) {
+      // A port that is not open (or hung up) fails again at once: try once a second.
+      cancelPoint([] { return usleep(kPortRetryPauseUs); });
+      continue;
+    }
+    // Restarted even when the buffer is full: the message ends only with silence.
+    self->resetTimer(kSilenceMs);
+    self->appendReceived(buffer, static_cast<unsigned int>(count));
+  }
+  return nullptr;
+}
+
+void AisgSerialportComm::appendReceived(const unsigned char* bytes, unsigned int count) {
+  // The timer's callback drains the same buffer; without the lock a read could land
+  // half in the message being posted and half in the next.
+  ThreadLockGuard guard(*_pRevLock);
+  const unsigned int room = kRevBufferSize - _revLength;
+  if (count > room) count = room;
+  memcpy(_revBuffer + _revLength, bytes, count);
+  _revLength += count;
+}
+
+void AisgSerialportComm::createThread() {
+  if (pthread_create(&_threadId, nullptr, serialportCommThread, this) != 0) {
+    TRACE(1, "fail to create serialportCommThread thread\n");
+    return;
+  }
+  _threadCreated = true;
+}
+
+void AisgSerialportComm::deleteThread() {
+  if (!_threadCreated) return;
+  // Joined rather than detached, so that nothing is released under a running thread.
+  pthread_cancel(_threadId);
+  pthread_join(_threadId, nullptr);
+  _threadCreated = false;
+}
+
+int AisgSerialportComm::createTimer() {
+  TimerClients& clients = timerClients();
+  {
+    ThreadLockGuard guard(clients.lock);
+    _timerKey = clients.nextKey++;
+    clients.objects[_timerKey] = this;
+  }
+  sigevent event;
+  memset(&event, 0, sizeof(event));
+  event.sigev_value.sival_int = _timerKey;
+#if defined(__SANITIZE_THREAD__)
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = timerSignal();
+  event._sigev_un._tid = notifierThreadId();
+#else
+  event.sigev_notify = SIGEV_THREAD;
+  event.sigev_notify_function = handle;
+  event.sigev_notify_attributes = nullptr;
+#endif
+  if (timer_create(CLOCK_REALTIME, &event, &_timerId) != 0) {
+    TRACE(1, "Error:%s create timer error\n", "createTimer");
+    return -1;
+  }
+  _timerCreated = true;
+  return 0;
+}
+
+int AisgSerialportComm::resetTimer(unsigned int milliseconds) {
+  if (!_timerCreated) return -1;
+  itimerspec countdown;
+  memset(&countdown, 0, sizeof(countdown));
+  countdown.it_value.tv_sec = milliseconds / 1000;
+  countdown.it_value.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000L;
+  if (timer_settime(_timerId, 0, &countdown, nullptr) != 0) {
+    TRACE(1, "Error:%s reset timer error\n", "resetTimer");
+    return -1;
+  }
+  return 0;
+}
+
+void AisgSerialportComm::stopServer() { _stopFlag = 1; }

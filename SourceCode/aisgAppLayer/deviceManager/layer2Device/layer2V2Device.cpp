@@ -31,6 +31,8 @@ constexpr uint8_t kParamMask = 0x03;
 constexpr uint8_t kParamDeviceType = 0x04;
 constexpr uint8_t kParamVendorCode = 0x06;
 constexpr uint8_t kParamReset = 0x07;
+// Of the HDLC group.
+constexpr uint8_t kParamTransmitWindow = 0x07;
 
 // What the parameter walker found.
 constexpr int kGotUid = 0x01;
@@ -70,9 +72,9 @@ bool isAldXidReply(const S_HdlcPacket& reply) {
          reply.data[1] == kAldGroup;
 }
 
-// The reset and the HDLC parameters are acknowledged by an XID whose first parameter is the reset.
-bool isResetReply(const S_HdlcPacket& reply) {
-  return reply.control == kXid && reply.dataLength > 3 && reply.data[3] == kParamReset;
+// The reset and the HDLC parameters are acknowledged by an XID known by its first parameter alone.
+bool isXidWithFirstParameter(const S_HdlcPacket& reply, uint8_t id) {
+  return reply.control == kXid && reply.dataLength > 3 && reply.data[3] == id;
 }
 
 // Walks the parameters of an ALD group reply from byte 3 until the group length
@@ -184,7 +186,7 @@ int Layer2V2Device::resetDevice(unsigned char address) {
   S_HdlcPacket packet = makeFrame(address, kXid);
   appendBytes(packet, request, sizeof(request));
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
-  if (ret == 0 && !isResetReply(packet)) return -1;
+  if (ret == 0 && !isXidWithFirstParameter(packet, kParamReset)) return -1;
   TRACE(4, "resetDevice() ret = %d\n", ret);
   return ret;
 }
@@ -199,7 +201,8 @@ int Layer2V2Device::hdlcParameter(unsigned char address) {
   appendBytes(packet, request, sizeof(request));
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
   if (ret != 0) return ret;
-  return isResetReply(packet) ? 0 : -1;
+  // The ALD acknowledges with its transmit window size (7), not an echo of the request (5).
+  return isXidWithFirstParameter(packet, kParamTransmitWindow) ? 0 : -1;
 }
 
 int Layer2V2Device::addressAssign(S_AldBaseInfo* info, unsigned char address) {

@@ -5,14 +5,12 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#if defined(__SANITIZE_THREAD__)
-#include <future>
-#endif
 
 #include "aisgAppLayer/commManager/cancelPoint.h"
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "utility/debugTrace.h"
+#include "utility/notifyTimer.h"
 
 namespace {
 
@@ -39,42 +37,6 @@ TimerClients& timerClients() {
   return *clients;
 }
 
-#if defined(__SANITIZE_THREAD__)
-// The thread sanitizer cannot follow the threads that the C library starts for
-// SIGEV_THREAD and crashes in them. Under it the timers signal one thread of our
-// own instead, which calls handle as the C library's thread would.
-int timerSignal() { return SIGRTMIN + 3; }
-
-void* notifyLoop(void* started) {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, timerSignal());
-  static_cast<std::promise<pid_t>*>(started)->set_value(gettid());
-  for (;;) {
-    siginfo_t info;
-    if (sigwaitinfo(&signals, &info) == timerSignal()) AisgSerialportComm::handle(info.si_value);
-  }
-  return nullptr;
-}
-
-pid_t notifierThreadId() {
-  static const pid_t tid = [] {
-    sigset_t signals;
-    sigset_t previous;
-    sigemptyset(&signals);
-    sigaddset(&signals, timerSignal());
-    // The notifier inherits the block, so the signal waits for its sigwaitinfo.
-    pthread_sigmask(SIG_BLOCK, &signals, &previous);
-    std::promise<pid_t> started;
-    pthread_t thread;
-    pthread_create(&thread, nullptr, notifyLoop, &started);
-    pthread_detach(thread);
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-    return started.get_future().get();
-  }();
-  return tid;
-}
-#endif
 
 // The one dump of both directions.
 void traceHexDump(const unsigned char* bytes, unsigned int length) {
@@ -214,19 +176,9 @@ int AisgSerialportComm::createTimer() {
     _timerKey = clients.nextKey++;
     clients.objects[_timerKey] = this;
   }
-  sigevent event;
-  memset(&event, 0, sizeof(event));
-  event.sigev_value.sival_int = _timerKey;
-#if defined(__SANITIZE_THREAD__)
-  event.sigev_notify = SIGEV_THREAD_ID;
-  event.sigev_signo = timerSignal();
-  event._sigev_un._tid = notifierThreadId();
-#else
-  event.sigev_notify = SIGEV_THREAD;
-  event.sigev_notify_function = handle;
-  event.sigev_notify_attributes = nullptr;
-#endif
-  if (timer_create(CLOCK_REALTIME, &event, &_timerId) != 0) {
+  sigval value;
+  value.sival_int = _timerKey;
+  if (createNotifyTimer(handle, value, &_timerId) != 0) {
     TRACE(1, "Error:%s create timer error\n", "createTimer");
     return -1;
   }

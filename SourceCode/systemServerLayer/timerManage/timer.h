@@ -22,10 +22,6 @@ class Timer {
   struct sigevent _sigEvent;
   struct itimerspec _timerSpec;
   bool _created;
-#if defined(__SANITIZE_THREAD__)
-  static void* notifyLoop(void* self);
-  bool _notifierStarted = false;
-#endif
 };
 
 #endif

@@ -258,9 +258,9 @@ int AisgAppManager::aldsPoll() {
       TRACE(4, "layer2 dev is null\n");
       continue;
     }
-    TRACE(4, "dev[%d] status=%d\n", ald->address, ald->baseInfo.status);
-    if (ald->baseInfo.status == LOST) return -1;
-    if (ald->baseInfo.status == RUNNING) {
+    TRACE(4, "dev[%d] status=%d\n", ald->address, ald->getStatus());
+    if (ald->getStatus() == LOST) return -1;
+    if (ald->getStatus() == RUNNING) {
       if (layer2->devicePoll(ald->address) == 0) {
         ald->clearFailedCount();
       } else {
@@ -268,11 +268,11 @@ int AisgAppManager::aldsPoll() {
       }
     }
     // Also right after the fifth failed poll of this pass.
-    if (ald->baseInfo.status == ADDRESSED) {
+    if (ald->getStatus() == ADDRESSED) {
       S_AldBaseInfo info = ald->baseInfo;
       if (layer2->addressAssign(&info, ald->address) == 0) {
         ald->clearAddressAissgnRetryCount();
-        ald->baseInfo.status = RUNNING;
+        ald->setStatus(RUNNING);
       } else {
         ald->addAddressAissgnRetryCount();
       }

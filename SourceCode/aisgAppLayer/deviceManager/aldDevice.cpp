@@ -22,7 +22,7 @@ void AldDevice::setReceiveNo(unsigned char number) { receiveNo = number & 7; }
 void AldDevice::addFailedCount() {
   if (++failedCount >= kFailureThreshold) {
     failedCount = 0;
-    baseInfo.status = ADDRESSED;
+    setStatus(ADDRESSED);
   }
 }
 
@@ -31,7 +31,7 @@ void AldDevice::clearFailedCount() { failedCount = 0; }
 void AldDevice::addAddressAissgnRetryCount() {
   if (++addressAssignRetryCount >= kFailureThreshold) {
     addressAssignRetryCount = 0;
-    baseInfo.status = LOST;
+    setStatus(LOST);
   }
 }
 

@@ -41,6 +41,11 @@ class AldDevice : public Device {
   void addAddressAissgnRetryCount();
   void clearAddressAissgnRetryCount();
 
+  // The status byte is written by the run machine's thread and read by the
+  // interaction thread without a lock: it is read and written whole, atomically.
+  uint8_t getStatus() const { return __atomic_load_n(&baseInfo.status, __ATOMIC_RELAXED); }
+  void setStatus(uint8_t status) { __atomic_store_n(&baseInfo.status, status, __ATOMIC_RELAXED); }
+
   S_AldBaseInfo baseInfo;
   uint8_t sendNo;
   uint8_t receiveNo;

@@ -324,7 +324,7 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
        ald = container->getNextAldDeviceObj()) {
     if (linkEstablish(ald->address) != 0) continue;
     TRACE(4, "linkEstablish addr[%d] success,then set status=RUNNING\n", ald->address);
-    ald->baseInfo.status = RUNNING;
+    ald->setStatus(RUNNING);
     ald->setSendNo(0);
     ald->setReceiveNo(0);
   }

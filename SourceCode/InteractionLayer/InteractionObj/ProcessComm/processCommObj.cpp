@@ -1,0 +1,75 @@
+#include "InteractionLayer/InteractionObj/ProcessComm/processCommObj.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <algorithm>
+
+#include "InteractionLayer/interactionManager.h"
+#include "InteractionLayer/interactionMsg.h"
+#include "common/configFile.h"
+#include "systemServerLayer/msgAlloc/msgAlloc.h"
+#include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "utility/debugTrace.h"
+
+ProcessCommObj::ProcessCommObj()
+    : _threadId(), _pMsgBuffer(nullptr), _pMsgCommandManager(nullptr), _commandMsgId(-1), _responseMsgId(-1) {
+  _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
+  // Opened, never re-created: requests that waited before the start get served.
+  ConfigFile* config = ConfigFile::getInstance();
+  _commandMsgId = msgget(config->_commandMsgKey, IPC_CREAT | 0666);
+  _responseMsgId = msgget(config->_responseMsgKey, IPC_CREAT | 0666);
+  createThread();
+}
+
+ProcessCommObj::~ProcessCommObj() {
+  deleteThread();
+  delete[] _pMsgBuffer;
+}
+
+void ProcessCommObj::attach(MsgCommandManagerInterface* manager) { _pMsgCommandManager = manager; }
+
+int ProcessCommObj::sendResponseMsg(unsigned char* msg, int length) {
+  clearMsg(_responseMsgId);
+  int size = std::min(std::max(length, static_cast<int>(kRecordTypeSize)), static_cast<int>(interaction::kMsgSize));
+  return msgcheckAndsnd(_responseMsgId, msg, static_cast<std::size_t>(size) - kRecordTypeSize, 0);
+}
+
+int ProcessCommObj::sendCommand(unsigned char* msg, int length) {
+  _pMsgCommandManager->sendMsgCommandManager(msg, length);
+  return 0;
+}
+
+void ProcessCommObj::clearMsg(int msgId) {
+  TRACE(4, "clearMsg msgId=%d start.\n", msgId);
+  unsigned char buffer[interaction::kMsgSize];
+  while (recordReceive(msgId, buffer, interaction::kMaxText, 0, IPC_NOWAIT | MSG_NOERROR) != -1) {
+  }
+  TRACE(4, "clearMsg msgId=%d end.\n", msgId);
+}
+
+void ProcessCommObj::createThread() {
+  if (pthread_create(&_threadId, nullptr, processCommThread, this) != 0) {
+    TRACE(1, "fail to create ProcessCommObj thread\n");
+  }
+}
+
+void ProcessCommObj::deleteThread() {
+  pthread_detach(_threadId);
+  pthread_cancel(_threadId);
+}
+
+void* ProcessCommObj::processCommThread(void* object) {
+  ProcessCommObj* self = static_cast<ProcessCommObj*>(object);
+  TRACE(3, "processCommThread start\n");
+  // Requests may already wait on the queue; none is taken before the way up is attached.
+  InteractionManager::waitStartGate();
+  for (;;) {
+    TRACE(4, "processCommThread wait msg = %d!\n", self->_commandMsgId);
+    ssize_t n = interaction::receiveMsg(self->_commandMsgId, self->_pMsgBuffer);
+    if (n < 0) continue;
+    setRecordType(self->_pMsgBuffer, E_INTERACTION_MSG_MPLANE);
+    self->sendCommand(self->_pMsgBuffer, static_cast<int>(n));
+  }
+  return nullptr;
+}

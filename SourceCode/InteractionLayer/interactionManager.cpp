@@ -1,0 +1,257 @@
+#include "InteractionLayer/interactionManager.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "InteractionLayer/InteractionObj/CommandLine/commandLineObj.h"
+#include "InteractionLayer/InteractionObj/ProcessComm/processCommObj.h"
+#include "aisgAppLayer/commManager/aisgCommManager.h"
+#include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
+#include "serviceEntry.h"
+#include "systemServerLayer/msgAlloc/msgAlloc.h"
+#include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "utility/debugTrace.h"
+
+InteractionManager* InteractionManager::_pInteractionManager = nullptr;
+
+namespace {
+
+// Plain POSIX objects without destructors: a thread still parked on the gate
+// when the process ends cannot hold up its exit.
+pthread_mutex_t gStartGateMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t gStartGateCond = PTHREAD_COND_INITIALIZER;
+bool gStartGateOpen = false;
+
+const char* const kTextTooShort = "Command msg is incorrect,the size less then minsize.";
+const char* const kTextBadPacket = "The HDLC packet is incorrect.";
+const char* const kTextNotReady = "ALD is not ready.";
+const char* const kTextBusError = "HDLC bus error.";
+const char* const kTextTimeOut = "ALD reply time out.";
+const char* const kTextReplyDecode = "receive hdlc data decode failed.";
+
+constexpr uint8_t kBroadcastAddress = 0xFF;
+// Address and control byte in front of the information field of an M-Plane request.
+constexpr uint32_t kMPlaneAddressControl = 2;
+
+// A reply never claims more than the record holds.
+unsigned int replySize(unsigned int size) {
+  return std::min(size + interaction::kHeaderSize, interaction::kMsgSize);
+}
+
+// A failure reply: result 0 and the whole errorInfo field, text and zeros; nothing else changes.
+unsigned int fail(S_InteractionMsg* msg, const char* text, unsigned int size) {
+  msg->result = 0;
+  memset(msg->errorInfo, 0, sizeof(msg->errorInfo));
+  snprintf(msg->errorInfo, sizeof(msg->errorInfo), "%s", text);
+  return replySize(size);
+}
+
+void setSuccess(S_InteractionMsg* msg) {
+  AisgCommManager* comm = AisgCommManager::getInstance();
+  msg->result = 1;
+  msg->crcErrorCount = comm->getCrcErrorCount();
+  msg->withoutStopFlagCount = comm->getWithoutStopFlagCount();
+  msg->receivedOctetsCount = comm->getReceivedOctetsCount();
+}
+
+// Address, control and data of the packet, in wire order.
+unsigned char* frameArea(S_HdlcPacket* packet) {
+  return reinterpret_cast<unsigned char*>(packet) + offsetof(S_HdlcPacket, address);
+}
+
+// Serves a console record; returns the reply size.
+unsigned int serveConsole(S_InteractionMsg* msg, unsigned int size) {
+  if (size <= interaction::kHeaderSize) return fail(msg, kTextTooShort, size);
+  S_HdlcPacket packet;
+  memset(&packet, 0, sizeof(packet));
+  uint32_t frameLength = msg->dataLength;
+  // The frame has to lie in the data field, and its data must leave room for the FCS behind it.
+  if (frameLength > interaction::kMaxDataLength ||
+      HdlcProtocol::decode(msg->data, frameLength, &packet, hdlc::kStructured) != 0 ||
+      packet.dataLength > hdlc::kMaxDataLength) {
+    return fail(msg, kTextBadPacket, size);
+  }
+  if (packet.address != kBroadcastAddress) {
+    AldDevice* ald = AldDeviceContainer::getInstance()->findAldDeviceObj(packet.address);
+    if (ald == nullptr) {
+      char text[interaction::kErrorInfoSize];
+      snprintf(text, sizeof(text) - 1, "Not find ALD[addr=%d].", packet.address);
+      return fail(msg, text, size);
+    }
+    // The run machine writes the status on its own thread; one byte, read whole.
+    if (ald->getStatus() != RUNNING) {
+      return fail(msg, kTextNotReady, size);
+    }
+  }
+  int result = AisgCommManager::getInstance()->sendCmdAndWaitResponse(&packet, InteractionManager::kConsoleReplyWaitMs);
+  if (result == -3) return fail(msg, kTextBusError, size);
+  if (result == -2) return fail(msg, kTextTimeOut, size);
+  // Encoded aside first: a reply that no longer fits once stuffed again is a
+  // failure, and must not leave a half-written success behind.
+  unsigned char frame[hdlc::kMaxFrame];
+  unsigned int length = 0;
+  if (HdlcProtocol::encode(&packet, frame, &length, hdlc::kStructured) != 0) return fail(msg, kTextBusError, size);
+  setSuccess(msg);
+  msg->dataLength = length;
+  memcpy(msg->data, frame, length);
+  return length + interaction::kHeaderSize;
+}
+
+// Serves an M-Plane record; returns the reply size.
+unsigned int serveMPlane(S_InteractionMsg* msg, unsigned int size) {
+  unsigned char frame[InteractionManager::kMPlaneFrameBufferSize];
+  memset(frame, 0, sizeof(frame));
+  int length = 0;
+  if (size <= interaction::kHeaderSize) return fail(msg, kTextTooShort, size);
+  uint32_t requestLength = msg->dataLength;
+  if (requestLength < kMPlaneAddressControl || requestLength > kMPlaneAddressControl + hdlc::kMaxDataLength) {
+    return fail(msg, kTextBadPacket, size);
+  }
+  S_HdlcPacket packet;
+  memset(&packet, 0, sizeof(packet));
+  memcpy(frameArea(&packet), msg->data, requestLength);
+  packet.dataLength = static_cast<uint16_t>(requestLength - kMPlaneAddressControl);
+  unsigned int encoded = 0;
+  if (HdlcProtocol::encode(&packet, frame, &encoded, hdlc::kTransparent) != 0) return fail(msg, kTextBadPacket, size);
+  length = static_cast<int>(encoded);
+  if (AisgCommManager::getInstance()->sendCmdAndWaitResponse(frame, &length, InteractionManager::kMPlaneReplyWaitMs) != 0) {
+    return fail(msg, kTextTimeOut, size);
+  }
+  if (HdlcProtocol::decode(frame, static_cast<unsigned int>(length), &packet, hdlc::kTransparent) != 0) {
+    return fail(msg, kTextReplyDecode, size);
+  }
+  setSuccess(msg);
+  msg->dataLength = packet.dataLength + kMPlaneAddressControl;
+  memcpy(msg->data, frameArea(&packet), msg->dataLength);
+  // The reply size follows the request, never the reply's own length.
+  return replySize(size);
+}
+
+}  // namespace
+
+InteractionManager* InteractionManager::getInstance() {
+  if (_pInteractionManager == nullptr) _pInteractionManager = new InteractionManager("InteractionManagerThread");
+  return _pInteractionManager;
+}
+
+void InteractionManager::openStartGate() {
+  pthread_mutex_lock(&gStartGateMutex);
+  gStartGateOpen = true;
+  pthread_cond_broadcast(&gStartGateCond);
+  pthread_mutex_unlock(&gStartGateMutex);
+}
+
+void InteractionManager::waitStartGate() {
+  pthread_mutex_lock(&gStartGateMutex);
+  while (!gStartGateOpen) pthread_cond_wait(&gStartGateCond, &gStartGateMutex);
+  pthread_mutex_unlock(&gStartGateMutex);
+}
+
+bool InteractionManager::startGateIsOpen() {
+  pthread_mutex_lock(&gStartGateMutex);
+  bool open = gStartGateOpen;
+  pthread_mutex_unlock(&gStartGateMutex);
+  return open;
+}
+
+InteractionManager::InteractionManager(const std::string& threadName)
+    : _pMsgManageInterface(nullptr),
+      _msgId(-1),
+      _pMsgBuffer(nullptr),
+      _threadId(),
+      _threadName(threadName),
+      _serviceFlag(0) {
+  _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
+  // Made here, on the initial thread: the console and the services look ALDs up
+  // on their own threads, and a singleton's first call takes no lock.
+  AldDeviceContainer::getInstance();
+  // Cleared once, so that a short record never lets a service read stale bytes of an older one.
+  _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
+  _pMsgManageInterface = new InteractionMsgManageInterface();
+  createInteractionInterface();
+  createThread();
+}
+
+InteractionManager::~InteractionManager() {
+  deleteThread();
+  delete[] _pMsgBuffer;
+  _interactionMap.clear();
+}
+
+std::string InteractionManager::getThreadName() { return _threadName; }
+
+void InteractionManager::createThread() {
+  if (pthread_create(&_threadId, nullptr, interactionManagerThread, this) != 0) {
+    TRACE(1, "fail to create InteractionManager thread!\n");
+  }
+  TRACE(3, "_threadId = %d\n", static_cast<int>(_threadId));
+}
+
+void InteractionManager::deleteThread() {
+  pthread_detach(_threadId);
+  pthread_cancel(_threadId);
+}
+
+void InteractionManager::stopServive() { _serviceFlag = 0; }
+
+void InteractionManager::startServive() { _serviceFlag = 1; }
+
+pthread_t InteractionManager::getThreadId() { return _threadId; }
+
+void InteractionManager::registerInteraction(long msgType, InteractionInterface* endpoint) {
+  endpoint->attach(_pMsgManageInterface);
+  _interactionMap[msgType] = endpoint;
+}
+
+int InteractionManager::createInteractionInterface() {
+  if (commandObjEnable != 0) registerInteraction(E_INTERACTION_MSG_COMMAND_LINE, new CommandLineObj());
+  registerInteraction(E_INTERACTION_MSG_MPLANE, new ProcessCommObj());
+  return 0;
+}
+
+int InteractionManager::sendInteractionResponseMsg(unsigned char* msg, unsigned int size) {
+  long port = recordType(msg);
+  auto it = _interactionMap.find(port);
+  if (it == _interactionMap.end()) {
+    TRACE(1, "not find port[%d]!\n", static_cast<int>(port));
+    return 0;
+  }
+  TRACE(3, "send reply to port[%d]!\n", static_cast<int>(port));
+  it->second->sendResponseMsg(msg, static_cast<int>(std::min(size, interaction::kMsgSize)));
+  return 0;
+}
+
+int InteractionManager::messageProcessingService(S_InteractionMsg* msg, unsigned int size) {
+  unsigned int reply = serveConsole(msg, size);
+  sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(msg), reply);
+  return 0;
+}
+
+int InteractionManager::messageProcessingMPlaneService(S_InteractionMsg* msg, unsigned int size) {
+  unsigned int reply = serveMPlane(msg, size);
+  sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(msg), reply);
+  return 0;
+}
+
+void* InteractionManager::interactionManagerThread(void* object) {
+  InteractionManager* self = static_cast<InteractionManager*>(object);
+  TRACE(3, "interactionManagerThread start\n");
+  waitStartGate();
+  for (;;) {
+    TRACE(4, "interactionManagerThread wait msg = %d!\n", self->_msgId);
+    ssize_t n = interaction::receiveMsg(self->_msgId, self->_pMsgBuffer);
+    if (n < 0) continue;
+    int32_t msgType = recordType(self->_pMsgBuffer);
+    TRACE(4, "interactionManagerThread receive msg -- length = %d , msgType = %d\n", static_cast<int>(n), msgType);
+    S_InteractionMsg* msg = reinterpret_cast<S_InteractionMsg*>(self->_pMsgBuffer);
+    if (msgType == E_INTERACTION_MSG_MPLANE) {
+      self->messageProcessingMPlaneService(msg, static_cast<unsigned int>(n));
+    } else if (msgType == E_INTERACTION_MSG_COMMAND_LINE) {
+      self->messageProcessingService(msg, static_cast<unsigned int>(n));
+    }
+  }
+  return nullptr;
+}

@@ -1,0 +1,68 @@
+#ifndef PK_INTERACTION_INTERACTION_MANAGER_H
+#define PK_INTERACTION_INTERACTION_MANAGER_H
+
+#include <pthread.h>
+
+#include <map>
+#include <string>
+
+#include "InteractionLayer/interactionInterface.h"
+#include "InteractionLayer/interactionMsg.h"
+#include "InteractionLayer/interactionMsgManageInterface.h"
+#include "utility/appThreadInterface.h"
+#include "utility/threadLock.h"
+
+struct S_HdlcPacket;
+
+// The door between the outside and the bus: takes the endpoints' records off
+// its queue one at a time, serves each, and routes the reply back by type.
+class InteractionManager : public AppThreadInterface {
+ public:
+  static constexpr unsigned int kConsoleReplyWaitMs = 500;
+  static constexpr unsigned int kMPlaneReplyWaitMs = 1000;
+  static constexpr unsigned int kMPlaneFrameBufferSize = 1200;
+
+  static InteractionManager* getInstance();
+
+  // The endpoints forward nothing until the start-up chain has brought up every
+  // singleton that serving needs; its last step opens this gate.
+  static void openStartGate();
+  static void waitStartGate();
+  static bool startGateIsOpen();
+
+  ~InteractionManager() override;
+
+  std::string getThreadName() override;
+  void createThread() override;
+  void deleteThread() override;
+  void stopServive() override;
+  void startServive() override;
+  pthread_t getThreadId() override;
+
+  int createInteractionInterface();
+  int sendInteractionResponseMsg(unsigned char* msg, unsigned int size);
+  // size is the text size the record came with (from offset 4).
+  int messageProcessingMPlaneService(S_InteractionMsg* msg, unsigned int size);
+  int messageProcessingService(S_InteractionMsg* msg, unsigned int size);
+
+  int getMsgId() const { return _msgId; }
+
+  static void* interactionManagerThread(void* object);
+
+ private:
+  explicit InteractionManager(const std::string& threadName);
+  void registerInteraction(long msgType, InteractionInterface* endpoint);
+
+  InteractionMsgManageInterface* _pMsgManageInterface;
+  int _msgId;
+  unsigned char* _pMsgBuffer;
+  pthread_t _threadId;
+  std::string _threadName;
+  int _serviceFlag;
+  ThreadLock _lock;
+  std::map<long, InteractionInterface*> _interactionMap;
+
+  static InteractionManager* _pInteractionManager;
+};
+
+#endif

@@ -1,0 +1,12 @@
+#ifndef PK_INTERACTION_INTERACTION_MSG_MANAGE_INTERFACE_H
+#define PK_INTERACTION_INTERACTION_MSG_MANAGE_INTERFACE_H
+
+#include "InteractionLayer/msgCommandManagerInterface.h"
+
+// Posts the endpoints' records on the interaction manager's queue.
+class InteractionMsgManageInterface : public MsgCommandManagerInterface {
+ public:
+  int sendMsgCommandManager(unsigned char* msg, int size) override;
+};
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef PK_TESTS_INTERACTION_TEST_SUPPORT_H
+#define PK_TESTS_INTERACTION_TEST_SUPPORT_H
+
+// Records and queue helpers for the interaction layer's tests.
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "InteractionLayer/interactionMsg.h"
+#include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "systemServerLayer/msgAlloc/msgQueue.h"
+
+namespace itest {
+
+using Bytes = std::vector<uint8_t>;
+
+// The default keys of the two queues to the M-Plane service.
+constexpr key_t kCommandKey = 0x400004;
+constexpr key_t kResponseKey = 0x400005;
+
+inline int openQueue(key_t key) { return msgget(key, IPC_CREAT | 0666); }
+
+// A request with recognisable bytes in every field the services must leave alone.
+inline S_InteractionMsg request(int32_t type, uint8_t reserved, const Bytes& data) {
+  S_InteractionMsg msg;
+  memset(&msg, 0, sizeof(msg));
+  msg.msgType = type;
+  msg.reserved = reserved;
+  memset(msg.errorInfo, 'e', sizeof(msg.errorInfo));
+  msg.crcErrorCount = 11;
+  msg.withoutStopFlagCount = 22;
+  msg.receivedOctetsCount = 33;
+  msg.dataLength = static_cast<uint32_t>(data.size());
+  for (size_t i = 0; i < sizeof(msg.data); ++i) msg.data[i] = static_cast<uint8_t>(0xA0 + i);
+  if (!data.empty()) memcpy(msg.data, data.data(), data.size());
+  return msg;
+}
+
+// Waits up to timeoutMs for a record; its text size, or -1.
+inline ssize_t receive(int msgId, S_InteractionMsg* out, int timeoutMs) {
+  for (int waited = 0;; waited += 10) {
+    ssize_t n = recordReceive(msgId, out, interaction::kMaxText, 0, IPC_NOWAIT);
+    if (n >= 0 || waited >= timeoutMs) return n;
+    usleep(10000);
+  }
+}
+
+inline int queuedMessages(int msgId) {
+  struct msqid_ds state;
+  if (msgctl(msgId, IPC_STAT, &state) != 0) return -1;
+  return static_cast<int>(state.msg_qnum);
+}
+
+inline std::string errorText(const S_InteractionMsg& msg) {
+  return std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
+}
+
+// A structured I-frame to address with the given layer-7 bytes, as the console sends it.
+inline Bytes iFrame(uint8_t address, const Bytes& data) {
+  S_HdlcPacket packet;
+  memset(&packet, 0, sizeof(packet));
+  packet.pollFinal = 1;
+  packet.address = address;
+  std::copy(data.begin(), data.end(), packet.data);
+  packet.dataLength = static_cast<uint16_t>(data.size());
+  unsigned char frame[hdlc::kMaxFrame];
+  unsigned int length = 0;
+  HdlcProtocol::encode(&packet, frame, &length, hdlc::kStructured);
+  return Bytes(frame, frame + length);
+}
+
+}  // namespace itest
+
+#endif

@@ -67,6 +67,22 @@ void sleepMs(int milliseconds) {
   }
 }
 
+long cpuTicks(pid_t pid) {
+  std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+  size_t close = stat.rfind(')');
+  if (close == std::string::npos) return -1;
+  std::istringstream fields(stat.substr(close + 2));
+  std::string field;
+  long utime = 0;
+  long stime = 0;
+  // State is field 3; utime and stime are fields 14 and 15.
+  for (int i = 3; i <= 15 && fields >> field; ++i) {
+    if (i == 14) utime = std::stol(field);
+    if (i == 15) stime = std::stol(field);
+  }
+  return utime + stime;
+}
+
 std::string stripColours(const std::string& text) {
   std::string out;
   out.reserve(text.size());

@@ -70,6 +70,9 @@ std::string stripColours(const std::string& text);
 // Sleeps for the given number of milliseconds.
 void sleepMs(int milliseconds);
 
+// Processor time (user and system) that a process has used so far, in clock ticks; -1 when unknown.
+long cpuTicks(pid_t pid);
+
 }  // namespace e2e
 
 #endif

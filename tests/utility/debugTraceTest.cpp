@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -6,16 +7,6 @@
 #include "utility/debugTrace.h"
 
 namespace {
-
-// Runs fn with stdout captured and returns what it printed.
-template <typename Fn>
-std::string captured(Fn fn) {
-  fflush(stdout);
-  testing::internal::CaptureStdout();
-  fn();
-  fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
 
 class DebugTraceTest : public testing::Test {
  protected:

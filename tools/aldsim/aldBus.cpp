@@ -1,27 +1,16 @@
 #include "aldBus.h"
 
+#include "aisgAppLayer/deviceManager/layer2Device/aisgFrame.h"
+
 #include <cstdio>
 #include <cstring>
 #include <sstream>
 
 namespace {
 
-constexpr uint8_t kBroadcast = 0xFF;
+using namespace aisg;
+
 constexpr uint8_t kIFrame = 0x00;
-constexpr uint8_t kRr = 0x01;
-constexpr uint8_t kSnrm = 0x83;
-constexpr uint8_t kDisc = 0x43;
-constexpr uint8_t kUa = 0x63;
-constexpr uint8_t kXid = 0xAF;
-constexpr uint8_t kFormatId = 0x81;
-constexpr uint8_t kAldGroup = 0xF0;
-constexpr uint8_t kHdlcGroup = 0x80;
-constexpr uint8_t kParamUid = 0x01;
-constexpr uint8_t kParamAddress = 0x02;
-constexpr uint8_t kParamMask = 0x03;
-constexpr uint8_t kParamType = 0x04;
-constexpr uint8_t kParamVendor = 0x06;
-constexpr uint8_t kParamReset = 0x07;
 
 // The parameters of an XID frame of the ALD group that the simulator acts on.
 struct S_XidParams {
@@ -124,7 +113,7 @@ int AldBus::handleFrame(const uint8_t* frame, size_t length, double secondsSince
 }
 
 void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::vector<S_SimAnswer>& answers) {
-  if (packet.address != kBroadcast) {
+  if (packet.address != kBroadcastAddress) {
     if (packet.address != 0 && ald.address() == packet.address && ald.takeFrame(now)) {
       answerAddressed(ald, packet, answers);
     }
@@ -142,7 +131,7 @@ void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::ve
     }
   } else if (ald.address() == 0 && ald.matchesProbe(xid.uid, xid.uidLength, xid.mask, xid.maskLength) &&
              ald.takeFrame(now)) {
-    answers.push_back(makeAnswer(ald, kBroadcast, kXid, identification(ald, !ald.config().noVendor)));
+    answers.push_back(makeAnswer(ald, kBroadcastAddress, kXid, identification(ald, !ald.config().noVendor)));
   }
 }
 
@@ -185,9 +174,9 @@ std::vector<uint8_t> AldBus::identification(const SimAld& ald, bool withVendor) 
   // Built byte by byte: range inserts into a small vector trip a false array-bounds warning of g++ 12.
   std::vector<uint8_t> data = {kFormatId, kAldGroup, 0x00, kParamUid, static_cast<uint8_t>(config.uid.size())};
   for (uint8_t byte : config.uid) data.push_back(byte);
-  for (uint8_t byte : {kParamType, uint8_t(0x01), config.deviceType}) data.push_back(byte);
+  for (uint8_t byte : {kParamDeviceType, uint8_t(0x01), config.deviceType}) data.push_back(byte);
   if (withVendor) {
-    for (uint8_t byte : {kParamVendor, uint8_t(0x02), config.vendor[0], config.vendor[1]}) data.push_back(byte);
+    for (uint8_t byte : {kParamVendorCode, uint8_t(0x02), config.vendor[0], config.vendor[1]}) data.push_back(byte);
   }
   data[2] = static_cast<uint8_t>(data.size() - 3);
   return data;
@@ -200,7 +189,7 @@ S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t contr
   memset(&packet, 0, sizeof(packet));
   packet.pollFinal = 1;
   packet.address = address;
-  if (ald.config().wrongAddr >= 0 && address != kBroadcast) packet.address = static_cast<uint8_t>(ald.config().wrongAddr);
+  if (ald.config().wrongAddr >= 0 && address != kBroadcastAddress) packet.address = static_cast<uint8_t>(ald.config().wrongAddr);
   packet.control = control;
   packet.receiveNo = ald.receiveNo();
   packet.dataLength = static_cast<uint16_t>(data.size());

@@ -1,12 +1,10 @@
 #include "simAld.h"
 
+#include "InteractionLayer/InteractionObj/CommandLine/mretV2Command.h"
+
 #include <cstring>
 
 namespace {
-constexpr uint8_t kCalibrate = 0x80;
-constexpr uint8_t kSetTilt = 0x81;
-constexpr uint8_t kGetTilt = 0x82;
-constexpr uint8_t kGetSubNums = 0x88;
 constexpr uint8_t kResultBadSubUnit = 0x19;
 constexpr uint8_t kResultUnknownProcedure = 0x0B;
 }  // namespace
@@ -72,15 +70,15 @@ void SimAld::answerProcedure(const uint8_t* message, size_t length, std::vector<
   uint8_t subNo = byteAt(3);
   uint8_t result = subUnitResult(subNo);
   switch (code) {
-    case kCalibrate:
+    case E_MRET_CALIBRATE:
       if (result == 0) _tilts[subNo - 1] = 0;
       reply = {code, 0x02, 0x00, subNo, result};
       break;
-    case kSetTilt:
+    case E_MRET_SET_TILT:
       if (result == 0) _tilts[subNo - 1] = static_cast<int16_t>(byteAt(4) | (byteAt(5) << 8));
       reply = {code, 0x02, 0x00, subNo, result};
       break;
-    case kGetTilt:
+    case E_MRET_GET_TILT:
       if (result != 0) {
         reply = {code, 0x02, 0x00, subNo, result};
       } else {
@@ -88,7 +86,7 @@ void SimAld::answerProcedure(const uint8_t* message, size_t length, std::vector<
         reply = {code, 0x04, 0x00, subNo, 0x00, static_cast<uint8_t>(tilt & 0xFF), static_cast<uint8_t>(tilt >> 8)};
       }
       break;
-    case kGetSubNums:
+    case E_MRET_GET_SUB_NUMS:
       if (_config.alarm != 0) {
         reply = {code, 0x02, 0x00, 0x01, _config.alarm};
       } else {

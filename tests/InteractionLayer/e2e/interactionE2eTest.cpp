@@ -18,23 +18,6 @@ using itest::Bytes;
 
 const char* const kPort = "/tmp/ttyALD";
 
-// Processor time the process has used so far, in clock ticks.
-long cpuTicks(pid_t pid) {
-  std::string stat = e2e::readFile("/proc/" + std::to_string(pid) + "/stat");
-  size_t close = stat.rfind(')');
-  if (close == std::string::npos) return -1;
-  std::istringstream fields(stat.substr(close + 2));
-  std::string field;
-  long utime = 0;
-  long stime = 0;
-  // State is field 3; utime and stime are fields 14 and 15.
-  for (int i = 3; i <= 15 && fields >> field; ++i) {
-    if (i == 14) utime = std::stol(field);
-    if (i == 15) stime = std::stol(field);
-  }
-  return utime + stime;
-}
-
 class InteractionE2eTest : public testing::Test {
  protected:
   void TearDown() override {
@@ -100,7 +83,7 @@ TEST_F(InteractionE2eTest, ConsoleReadsAndSetsTheTilt) {
   ASSERT_TRUE(waitRunning(1)) << _service.plainOutput();
 
   size_t mark = _service.mark();
-  ASSERT_TRUE(console("aisg getDevNums", "uid:NX0001\n"));
+  ASSERT_TRUE(console("aisg getDevNums", "uid:NX0001\n=> "));
   EXPECT_NE(since(mark).find("ALD nums = 1 \naddr:1 , type=0x01, AISGv2 , uid:NX0001\n=> "), std::string::npos);
   EXPECT_EQ(since(mark).find("command msg send"), std::string::npos) << "the listing sends nothing";
 
@@ -177,11 +160,11 @@ TEST_F(InteractionE2eTest, EndOfConsoleInputParksTheConsoleQuietly) {
   _service.sendEof();
   e2e::sleepMs(300);
   size_t mark = _service.mark();
-  long before = cpuTicks(_service.pid());
+  long before = e2e::cpuTicks(_service.pid());
   e2e::sleepMs(1500);
   _service.pump(100);
   EXPECT_TRUE(_service.running());
-  EXPECT_LT(cpuTicks(_service.pid()) - before, 40) << "the console must not spin at the end of its input";
+  EXPECT_LT(e2e::cpuTicks(_service.pid()) - before, 40) << "the console must not spin at the end of its input";
   EXPECT_EQ(since(mark).find("=> "), std::string::npos);
   // The M-Plane side serves on.
   std::string out;

@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 #include <sys/msg.h>
 
@@ -28,15 +29,6 @@ class AisgSerialportCommTest : public testing::Test {
     }
     return Bytes();
   }
-  template <typename Fn>
-  std::string captured(Fn fn) {
-    fflush(stdout);
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-  }
-
   PtyBus _bus;
   int _queue = -1;
   std::unique_ptr<AisgSerialportComm> _comm;

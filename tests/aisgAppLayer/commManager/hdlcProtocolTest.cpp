@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -66,15 +67,6 @@ Bytes encodeToBytes(S_HdlcPacket& packet, int mode, int* result) {
 
 int decodeBytes(Bytes wire, S_HdlcPacket& packet, int mode) {
   return HdlcProtocol::decode(wire.data(), static_cast<unsigned int>(wire.size()), &packet, mode);
-}
-
-template <typename Fn>
-std::string captured(Fn fn) {
-  fflush(stdout);
-  testing::internal::CaptureStdout();
-  fn();
-  fflush(stdout);
-  return testing::internal::GetCapturedStdout();
 }
 
 bool needsEscape(unsigned char byte) {

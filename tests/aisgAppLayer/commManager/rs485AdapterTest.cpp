@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -45,15 +46,6 @@ namespace {
 
 const char* const kRs485Failure = "ERROR: Set RS485 Conf Error\n";
 const char* const kNotInit = "RS485 dev not init yet!\n";
-
-template <typename Fn>
-std::string captured(Fn fn) {
-  fflush(stdout);
-  testing::internal::CaptureStdout();
-  fn();
-  fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
 
 // A pty pair: the adapter opens the slave by its path, the test plays the far end
 // on the master and reads the line settings back from its own slave descriptor.

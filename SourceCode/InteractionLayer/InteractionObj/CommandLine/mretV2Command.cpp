@@ -18,13 +18,6 @@ const S_CommandInfo _mretV2Cmds_table[] = {
 
 namespace {
 
-enum E_MretV2Procedure : uint8_t {
-  E_MRET_CALIBRATE = 0x80,
-  E_MRET_SET_TILT = 0x81,
-  E_MRET_GET_TILT = 0x82,
-  E_MRET_GET_SUB_NUMS = 0x88,
-};
-
 // Bit 0 clear: the codec makes an I-frame of it, with the poll bit.
 constexpr uint8_t kIFrameControl = 0x10;
 constexpr uint16_t kMaxParameters = 3;

@@ -8,29 +8,14 @@
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
+#include "aisgAppLayer/deviceManager/layer2Device/aisgFrame.h"
 #include "utility/debugTrace.h"
 #include "utility/threadLock.h"
 
 namespace {
 
-// Control values as the codec takes and gives them: U-frames without the P/F bit,
-// S-frames reduced to their low four bits.
-constexpr uint8_t kSnrm = 0x83;
-constexpr uint8_t kDisc = 0x43;
-constexpr uint8_t kXid = 0xAF;
-constexpr uint8_t kRr = 0x01;
-constexpr uint8_t kUa = 0x63;
+using namespace aisg;
 
-constexpr uint8_t kFormatId = 0x81;
-constexpr uint8_t kAldGroup = 0xF0;
-constexpr uint8_t kHdlcGroup = 0x80;
-
-constexpr uint8_t kParamUid = 0x01;
-constexpr uint8_t kParamAddress = 0x02;
-constexpr uint8_t kParamMask = 0x03;
-constexpr uint8_t kParamDeviceType = 0x04;
-constexpr uint8_t kParamVendorCode = 0x06;
-constexpr uint8_t kParamReset = 0x07;
 // Of the HDLC group.
 constexpr uint8_t kParamTransmitWindow = 0x07;
 

@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,15 +11,6 @@
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 
 namespace {
-
-template <typename Fn>
-std::string captured(Fn fn) {
-  fflush(stdout);
-  testing::internal::CaptureStdout();
-  fn();
-  fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
 
 // Runs execut on a group with the words behind the group word.
 int execut(Command* command, std::vector<std::string> words, std::string* out) {

@@ -1,3 +1,4 @@
+#include "captureStdout.h"
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,15 +14,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-template <typename Fn>
-std::string captured(Fn fn) {
-  fflush(stdout);
-  testing::internal::CaptureStdout();
-  fn();
-  fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
 
 struct HandlerRun {
   int result = 0;

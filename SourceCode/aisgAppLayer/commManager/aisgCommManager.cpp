@@ -1,5 +1,6 @@
 #include "aisgAppLayer/commManager/aisgCommManager.h"
 
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -148,6 +149,10 @@ int AisgCommManager::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int t
 
 int AisgCommManager::sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) {
   ThreadLockGuard guard(*_pCommandLock);
+  // As in the packet form: a reply too late for the exchange before (or the second
+  // half of a split one) would be taken as this one's, and from then on every
+  // exchange would get the reply of the one before it.
+  setRevDataAvailableFlag(0);
   _pSerialportComm->sendCommandMsg(data, *length);
   _sendOctetsCount += static_cast<unsigned int>(*length);
   memset(data, 0, static_cast<std::size_t>(*length));
@@ -167,6 +172,10 @@ template <typename TakeReply>
 int AisgCommManager::waitForReply(unsigned int time, TakeReply takeReply) {
   const unsigned int ticks = time / kPollPeriodMs;
   if (ticks == 0) return -1;
+  // The tests fall on absolute 10 ms marks from the start, so the wait does not
+  // drift by the time each test and each wake-up take.
+  struct timespec next;
+  clock_gettime(CLOCK_MONOTONIC, &next);
   for (unsigned int spent = 0;;) {
     {
       // The copy is made under the same lock as the test, so a message that comes
@@ -178,7 +187,13 @@ int AisgCommManager::waitForReply(unsigned int time, TakeReply takeReply) {
       }
     }
     // No test after the last sleep: the time is up with it.
-    usleep(kPollPeriodMs * 1000);
+    next.tv_nsec += static_cast<long>(kPollPeriodMs) * 1000000L;
+    if (next.tv_nsec >= 1000000000L) {
+      next.tv_nsec -= 1000000000L;
+      ++next.tv_sec;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr) == EINTR) {
+    }
     if (++spent == ticks) return -1;
   }
 }

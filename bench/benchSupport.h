@@ -1,0 +1,127 @@
+#ifndef PK_BENCH_BENCH_SUPPORT_H
+#define PK_BENCH_BENCH_SUPPORT_H
+
+// What the measurements share: the bus's fixed costs, child processes whose
+// output is gathered as it comes, the simulator's frame log and small statistics.
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+// One byte on the AISG wire: 10 bits at 9600 baud.
+constexpr double kByteMs = 10.0 / 9.6;
+// The silence that ends a received message.
+constexpr double kSilenceMs = 20.0;
+// The waiter tests for a reply every 10 ms; by convention a reply waits half of that.
+constexpr double kPollPeriodMs = 10.0;
+constexpr double kPollMeanMs = 5.0;
+// A layer-2 exchange that gets no reply.
+constexpr double kLayer2TimeoutMs = 1000.0;
+
+// The port the simulator links and the service opens, inside the sandbox.
+constexpr const char* kBusLink = "/tmp/ttyALD";
+
+double nowMs();
+void sleepMs(double milliseconds);
+std::string binPath(const std::string& program);
+std::string readFile(const std::string& path);
+// Writes the service's configuration file (the sandbox's own).
+void writeConfig(const std::string& text);
+
+// A result line for the driver: "@key value".
+void report(const std::string& key, const std::string& value);
+std::string fixed(double value, int decimals);
+
+// The value below which `share` (0..1) of the values lie, by nearest rank.
+double percentile(std::vector<double> values, double share);
+double mean(const std::vector<double>& values);
+
+// A child process on a pty (so that its output is line-buffered as at a
+// console), whose output a thread of its own gathers as it comes: the bus must
+// never stall because the bench is busy waiting on something else.
+class Child {
+ public:
+  Child() = default;
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  bool start(const std::vector<std::string>& argv);
+  void send(const std::string& text);
+  // Waits until `text` stands in the output at or after `from`; its offset, or
+  // npos after timeoutMs.
+  size_t waitFor(const std::string& text, size_t from, int timeoutMs);
+  // When the byte at `offset` of the output arrived (steady clock, ms).
+  double arrivalOf(size_t offset);
+  size_t mark();
+  std::string output();
+  pid_t pid() const { return _pid; }
+  // Kills the child (nothing of it needs an orderly end) and waits for it.
+  void stop();
+
+ private:
+  void gather();
+
+  pid_t _pid = -1;
+  int _master = -1;
+  std::thread _reader;
+  std::mutex _lock;
+  std::condition_variable _grown;
+  std::string _output;
+  // End offset of each read and when it came.
+  std::vector<std::pair<size_t, double>> _reads;
+};
+
+// Starts the simulator on kBusLink, paced at 9600 baud, with these extra words.
+bool startSimulator(Child& sim, const std::vector<std::string>& words);
+// Points the service at `port` and starts it with these options.
+bool startService(Child& service, const std::string& port, const std::vector<std::string>& options);
+
+// One frame of the simulator's log.
+struct S_BusFrame {
+  double stampMs;         // the simulator's clock, ms since midnight
+  bool fromPrimary;       // RX: sent by the service; TX: the simulator's reply
+  std::vector<uint8_t> bytes;  // as on the wire, flags included
+  size_t offset;          // where the line starts in the log
+};
+std::vector<S_BusFrame> busFrames(const std::string& log);
+
+// A frame from the primary to `address` that is an RR poll.
+bool isPollTo(const S_BusFrame& frame, uint8_t address);
+
+// One exchange seen in the simulator's log: a frame from the primary and the reply behind it.
+struct S_LoggedExchange {
+  size_t requestBytes;
+  size_t replyBytes;  // 0: no reply
+  double turnaroundMs;  // reply stamp minus request stamp (1 ms resolution each)
+};
+std::vector<S_LoggedExchange> loggedExchanges(const std::vector<S_BusFrame>& frames);
+
+// When a reply is ready for the waiter, counted from the send, on this rig: the
+// pty hands the request over at once, the simulator paces its reply, whose last
+// byte comes (n - 1) byte times after its first, then the silence ends it.
+double rigReadyMs(size_t replyBytes, double turnaroundMs);
+// The same on a real bus, where both frames take their whole time on the wire.
+double busReadyMs(size_t requestBytes, size_t replyBytes, double turnaroundMs);
+// The floor of an exchange whose reply is ready at `readyMs`: the waiter tests
+// every 10 ms from the send, so it sees the reply at the next multiple of 10 ms.
+double floorAtPollMs(double readyMs);
+// The floor by the convention of a mean wait of 5 ms for the poll.
+double floorAtMeanPollMs(double readyMs);
+
+// CPU time (user and system, all threads, also those that ended) of a process, in seconds.
+double cpuSeconds(pid_t pid);
+// A "VmXXX:" figure of /proc/PID/status in KiB, or -1.
+long statusKib(pid_t pid, const std::string& field);
+
+}  // namespace bench
+
+#endif

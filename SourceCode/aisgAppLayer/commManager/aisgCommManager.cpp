@@ -149,10 +149,6 @@ int AisgCommManager::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int t
 
 int AisgCommManager::sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) {
   ThreadLockGuard guard(*_pCommandLock);
-  // As in the packet form: a reply too late for the exchange before (or the second
-  // half of a split one) would be taken as this one's, and from then on every
-  // exchange would get the reply of the one before it.
-  setRevDataAvailableFlag(0);
   _pSerialportComm->sendCommandMsg(data, *length);
   _sendOctetsCount += static_cast<unsigned int>(*length);
   memset(data, 0, static_cast<std::size_t>(*length));

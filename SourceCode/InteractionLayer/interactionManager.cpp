@@ -36,9 +36,10 @@ constexpr uint8_t kBroadcastAddress = 0xFF;
 // Address and control byte in front of the information field of an M-Plane request.
 constexpr uint32_t kMPlaneAddressControl = 2;
 
-// A reply never claims more than the record holds.
+// A reply never claims more than the record holds. Cut before the addition, so
+// that no size can wrap around to a reply shorter than its header.
 unsigned int replySize(unsigned int size) {
-  return std::min(size + interaction::kHeaderSize, interaction::kMsgSize);
+  return std::min(size, interaction::kMsgSize - interaction::kHeaderSize) + interaction::kHeaderSize;
 }
 
 // A failure reply: result 0 and the whole errorInfo field, text and zeros; nothing else changes.
@@ -49,13 +50,29 @@ unsigned int fail(S_InteractionMsg* msg, const char* text, unsigned int size) {
   return replySize(size);
 }
 
-void setSuccess(S_InteractionMsg* msg) {
-  AisgCommManager* comm = AisgCommManager::getInstance();
+void setSuccess(InteractionBusInterface& bus, S_InteractionMsg* msg) {
   msg->result = 1;
-  msg->crcErrorCount = comm->getCrcErrorCount();
-  msg->withoutStopFlagCount = comm->getWithoutStopFlagCount();
-  msg->receivedOctetsCount = comm->getReceivedOctetsCount();
+  msg->crcErrorCount = bus.getCrcErrorCount();
+  msg->withoutStopFlagCount = bus.getWithoutStopFlagCount();
+  msg->receivedOctetsCount = bus.getReceivedOctetsCount();
 }
+
+// The bus in service. The singleton is taken anew for every call: the first
+// request may be taken before start-up has made the communication manager.
+class CommManagerBus : public InteractionBusInterface {
+ public:
+  int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override {
+    return AisgCommManager::getInstance()->sendCmdAndWaitResponse(packet, time);
+  }
+  int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) override {
+    return AisgCommManager::getInstance()->sendCmdAndWaitResponse(data, length, time);
+  }
+  unsigned int getCrcErrorCount() override { return AisgCommManager::getInstance()->getCrcErrorCount(); }
+  unsigned int getWithoutStopFlagCount() override {
+    return AisgCommManager::getInstance()->getWithoutStopFlagCount();
+  }
+  unsigned int getReceivedOctetsCount() override { return AisgCommManager::getInstance()->getReceivedOctetsCount(); }
+};
 
 // Address, control and data of the packet, in wire order.
 unsigned char* frameArea(S_HdlcPacket* packet) {
@@ -63,7 +80,7 @@ unsigned char* frameArea(S_HdlcPacket* packet) {
 }
 
 // Serves a console record; returns the reply size.
-unsigned int serveConsole(S_InteractionMsg* msg, unsigned int size) {
+unsigned int serveConsole(InteractionBusInterface& bus, S_InteractionMsg* msg, unsigned int size) {
   if (size <= interaction::kHeaderSize) return fail(msg, kTextTooShort, size);
   S_HdlcPacket packet;
   memset(&packet, 0, sizeof(packet));
@@ -86,7 +103,7 @@ unsigned int serveConsole(S_InteractionMsg* msg, unsigned int size) {
       return fail(msg, kTextNotReady, size);
     }
   }
-  int result = AisgCommManager::getInstance()->sendCmdAndWaitResponse(&packet, InteractionManager::kConsoleReplyWaitMs);
+  int result = bus.sendCmdAndWaitResponse(&packet, InteractionManager::kConsoleReplyWaitMs);
   if (result == -3) return fail(msg, kTextBusError, size);
   if (result == -2) return fail(msg, kTextTimeOut, size);
   // Encoded aside first: a reply that no longer fits once stuffed again is a
@@ -94,14 +111,14 @@ unsigned int serveConsole(S_InteractionMsg* msg, unsigned int size) {
   unsigned char frame[hdlc::kMaxFrame];
   unsigned int length = 0;
   if (HdlcProtocol::encode(&packet, frame, &length, hdlc::kStructured) != 0) return fail(msg, kTextBusError, size);
-  setSuccess(msg);
+  setSuccess(bus, msg);
   msg->dataLength = length;
   memcpy(msg->data, frame, length);
   return length + interaction::kHeaderSize;
 }
 
 // Serves an M-Plane record; returns the reply size.
-unsigned int serveMPlane(S_InteractionMsg* msg, unsigned int size) {
+unsigned int serveMPlane(InteractionBusInterface& bus, S_InteractionMsg* msg, unsigned int size) {
   unsigned char frame[InteractionManager::kMPlaneFrameBufferSize];
   memset(frame, 0, sizeof(frame));
   int length = 0;
@@ -117,13 +134,13 @@ unsigned int serveMPlane(S_InteractionMsg* msg, unsigned int size) {
   unsigned int encoded = 0;
   if (HdlcProtocol::encode(&packet, frame, &encoded, hdlc::kTransparent) != 0) return fail(msg, kTextBadPacket, size);
   length = static_cast<int>(encoded);
-  if (AisgCommManager::getInstance()->sendCmdAndWaitResponse(frame, &length, InteractionManager::kMPlaneReplyWaitMs) != 0) {
+  if (bus.sendCmdAndWaitResponse(frame, &length, InteractionManager::kMPlaneReplyWaitMs) != 0) {
     return fail(msg, kTextTimeOut, size);
   }
   if (HdlcProtocol::decode(frame, static_cast<unsigned int>(length), &packet, hdlc::kTransparent) != 0) {
     return fail(msg, kTextReplyDecode, size);
   }
-  setSuccess(msg);
+  setSuccess(bus, msg);
   msg->dataLength = packet.dataLength + kMPlaneAddressControl;
   memcpy(msg->data, frameArea(&packet), msg->dataLength);
   // The reply size follows the request, never the reply's own length.
@@ -163,7 +180,8 @@ InteractionManager::InteractionManager(const std::string& threadName)
       _pMsgBuffer(nullptr),
       _threadId(),
       _threadName(threadName),
-      _serviceFlag(0) {
+      _serviceFlag(0),
+      _pBus(nullptr) {
   _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
   // Made here, on the initial thread: the console and the services look ALDs up
   // on their own threads, and a singleton's first call takes no lock.
@@ -201,9 +219,19 @@ void InteractionManager::startServive() { _serviceFlag = 1; }
 
 pthread_t InteractionManager::getThreadId() { return _threadId; }
 
-void InteractionManager::registerInteraction(long msgType, InteractionInterface* endpoint) {
+InteractionInterface* InteractionManager::registerInteraction(long msgType, InteractionInterface* endpoint) {
   endpoint->attach(_pMsgManageInterface);
-  _interactionMap[msgType] = endpoint;
+  InteractionInterface*& entry = _interactionMap[msgType];
+  InteractionInterface* replaced = entry;
+  entry = endpoint;
+  return replaced;
+}
+
+InteractionBusInterface* InteractionManager::bus() {
+  // Never destroyed, not even at exit, when a request may still be in service.
+  static InteractionBusInterface* const commManager = new CommManagerBus();
+  InteractionBusInterface* bus = _pBus;
+  return bus != nullptr ? bus : commManager;
 }
 
 int InteractionManager::createInteractionInterface() {
@@ -225,13 +253,13 @@ int InteractionManager::sendInteractionResponseMsg(unsigned char* msg, unsigned 
 }
 
 int InteractionManager::messageProcessingService(S_InteractionMsg* msg, unsigned int size) {
-  unsigned int reply = serveConsole(msg, size);
+  unsigned int reply = serveConsole(*bus(), msg, size);
   sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(msg), reply);
   return 0;
 }
 
 int InteractionManager::messageProcessingMPlaneService(S_InteractionMsg* msg, unsigned int size) {
-  unsigned int reply = serveMPlane(msg, size);
+  unsigned int reply = serveMPlane(*bus(), msg, size);
   sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(msg), reply);
   return 0;
 }

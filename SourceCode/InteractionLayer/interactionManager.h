@@ -3,9 +3,11 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <map>
 #include <string>
 
+#include "InteractionLayer/interactionBusInterface.h"
 #include "InteractionLayer/interactionInterface.h"
 #include "InteractionLayer/interactionMsg.h"
 #include "InteractionLayer/interactionMsgManageInterface.h"
@@ -47,11 +49,20 @@ class InteractionManager : public AppThreadInterface {
 
   int getMsgId() const { return _msgId; }
 
+  // The bus of the two services; null puts the communication manager back, whose
+  // singleton is then taken anew for every request. Tests and fuzz targets put in
+  // a bus that answers at once.
+  void setBus(InteractionBusInterface* bus) { _pBus = bus; }
+  // Attaches an endpoint and routes the replies of msgType to it; the endpoint it
+  // replaces, or null. Construction enters the real ones; a test may enter its own
+  // before any request is served, since the interaction thread reads the map unlocked.
+  InteractionInterface* registerInteraction(long msgType, InteractionInterface* endpoint);
+
   static void* interactionManagerThread(void* object);
 
  private:
   explicit InteractionManager(const std::string& threadName);
-  void registerInteraction(long msgType, InteractionInterface* endpoint);
+  InteractionBusInterface* bus();
 
   InteractionMsgManageInterface* _pMsgManageInterface;
   int _msgId;
@@ -61,6 +72,7 @@ class InteractionManager : public AppThreadInterface {
   int _serviceFlag;
   ThreadLock _lock;
   std::map<long, InteractionInterface*> _interactionMap;
+  std::atomic<InteractionBusInterface*> _pBus;
 
   static InteractionManager* _pInteractionManager;
 };

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "InteractionLayer/interactionManager.h"
+#include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "interactionTestSupport.h"
 
@@ -135,6 +137,143 @@ TEST_F(InteractionServicesTest, RepliesAreRoutedByTheirTypeWord) {
   msg.msgType = 7;
   EXPECT_EQ(_manager->sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(&msg), 200), 0);
   EXPECT_EQ(itest::queuedMessages(_response), 0);
+}
+
+// Answers every exchange at once with what the test set, and keeps what it was asked.
+class FakeBus : public InteractionBusInterface {
+ public:
+  int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override {
+    ++exchanges;
+    waitedMs = time;
+    if (result == 0 || result == -1) *packet = replyPacket;
+    return result;
+  }
+  int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) override {
+    ++exchanges;
+    waitedMs = time;
+    sent.assign(data, data + *length);
+    if (result != 0) return result;
+    std::copy(replyBytes.begin(), replyBytes.end(), data);
+    *length = static_cast<int>(replyBytes.size());
+    return 0;
+  }
+  unsigned int getCrcErrorCount() override { return 101; }
+  unsigned int getWithoutStopFlagCount() override { return 102; }
+  unsigned int getReceivedOctetsCount() override { return 103; }
+
+  int result = 0;
+  S_HdlcPacket replyPacket{};
+  Bytes replyBytes;
+  Bytes sent;
+  int exchanges = 0;
+  unsigned int waitedMs = 0;
+};
+
+class InteractionBusOutcomesTest : public InteractionServicesTest {
+ protected:
+  void SetUp() override {
+    InteractionServicesTest::SetUp();
+    _manager->setBus(&_bus);
+  }
+  void TearDown() override {
+    _manager->setBus(nullptr);
+    InteractionServicesTest::TearDown();
+  }
+
+  // A success reply: the bus's counters, errorInfo as it came.
+  void expectSuccess(const S_InteractionMsg& request, const S_InteractionMsg& reply) {
+    EXPECT_EQ(reply.result, 1);
+    EXPECT_EQ(reply.crcErrorCount, 101u);
+    EXPECT_EQ(reply.withoutStopFlagCount, 102u);
+    EXPECT_EQ(reply.receivedOctetsCount, 103u);
+    EXPECT_EQ(memcmp(reply.errorInfo, request.errorInfo, sizeof(reply.errorInfo)), 0);
+    EXPECT_EQ(reply.reserved, request.reserved);
+  }
+
+  FakeBus _bus;
+};
+
+TEST_F(InteractionBusOutcomesTest, ConsoleExchangeResults) {
+  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 0x33, itest::iFrame(0xFF, {0x88, 0x00, 0x00}));
+  _bus.result = -3;
+  expectConsoleFailure(request, 200, "HDLC bus error.");
+  _bus.result = -2;
+  expectConsoleFailure(request, 200, "ALD reply time out.");
+  EXPECT_EQ(_bus.waitedMs, InteractionManager::kConsoleReplyWaitMs);
+
+  // A reply, from the target or from another address, goes back as a frame on the wire.
+  Bytes answer = {0x88, 0x02, 0x00, 0x00, 0x02};
+  _bus.replyPacket.address = 5;
+  _bus.replyPacket.control = 0x10;
+  _bus.replyPacket.pollFinal = 1;
+  _bus.replyPacket.dataLength = static_cast<uint16_t>(answer.size());
+  std::copy(answer.begin(), answer.end(), _bus.replyPacket.data);
+  Bytes frame = itest::iFrame(5, answer);
+  for (int result : {0, -1}) {
+    _bus.result = result;
+    S_InteractionMsg msg = request;
+    _manager->messageProcessingService(&msg, 200);
+    expectSuccess(request, msg);
+    ASSERT_EQ(msg.dataLength, frame.size());
+    EXPECT_EQ(Bytes(msg.data, msg.data + frame.size()), frame);
+  }
+  EXPECT_EQ(_bus.exchanges, 4) << "the broadcast address goes to the bus with no ALD known";
+}
+
+TEST_F(InteractionBusOutcomesTest, ConsoleReplyTooLongToStuffAgainIsABusError) {
+  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 1, itest::iFrame(0xFF, {0x88, 0x00, 0x00}));
+  _bus.result = 0;
+  _bus.replyPacket.address = 1;
+  _bus.replyPacket.dataLength = hdlc::kMaxDataLength;
+  memset(_bus.replyPacket.data, 0x7E, hdlc::kMaxDataLength);
+  expectConsoleFailure(request, 200, "HDLC bus error.");
+}
+
+TEST_F(InteractionBusOutcomesTest, MPlaneExchangeResults) {
+  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_MPLANE, 0x44, {0x03, 0x10, 0x88, 0x00, 0x00});
+  _bus.result = -1;
+  expectMPlaneFailure(request, 155, "ALD reply time out.", 301);
+  EXPECT_EQ(_bus.waitedMs, InteractionManager::kMPlaneReplyWaitMs);
+  // What went out is the request as a transparent frame, control byte untouched.
+  S_HdlcPacket sent;
+  memset(&sent, 0, sizeof(sent));
+  ASSERT_EQ(HdlcProtocol::decode(_bus.sent.data(), static_cast<unsigned int>(_bus.sent.size()), &sent,
+                                 hdlc::kTransparent), 0);
+  EXPECT_EQ(sent.address, 0x03);
+  EXPECT_EQ(sent.control, 0x10);
+  EXPECT_EQ(Bytes(sent.data, sent.data + sent.dataLength), Bytes({0x88, 0x00, 0x00}));
+
+  _bus.result = 0;
+  _bus.replyBytes = {0x7E, 0x03, 0x30, 0x01, 0x02, 0x7E};
+  expectMPlaneFailure(request, 155, "receive hdlc data decode failed.", 301);
+
+  // The reply's size follows the request, not the reply.
+  S_HdlcPacket answer;
+  memset(&answer, 0, sizeof(answer));
+  answer.address = 0x03;
+  answer.control = 0x30;
+  const Bytes info = {0x88, 0x02, 0x00, 0x00};
+  answer.dataLength = static_cast<uint16_t>(info.size());
+  std::copy(info.begin(), info.end(), answer.data);
+  unsigned char frame[hdlc::kMaxFrame];
+  unsigned int length = 0;
+  ASSERT_EQ(HdlcProtocol::encode(&answer, frame, &length, hdlc::kTransparent), 0);
+  _bus.replyBytes.assign(frame, frame + length);
+  S_InteractionMsg msg = request;
+  _manager->messageProcessingMPlaneService(&msg, 155);
+  S_InteractionMsg reply;
+  memset(&reply, 0, sizeof(reply));
+  ASSERT_EQ(itest::receive(_response, &reply, 0), 301);
+  expectSuccess(request, reply);
+  ASSERT_EQ(reply.dataLength, 6u);
+  EXPECT_EQ(Bytes(reply.data, reply.data + 6), Bytes({0x03, 0x30, 0x88, 0x02, 0x00, 0x00}));
+}
+
+TEST_F(InteractionBusOutcomesTest, NoReceivedSizeMakesAReplyShorterThanItsHeader) {
+  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_MPLANE, 5, {0x03, 0x10});
+  _bus.result = -1;
+  // Sizes a queue never delivers, whose reply size would wrap around past the top.
+  for (unsigned int size : {0xFFFFFF6Au, 0xFFFFFFFFu}) expectMPlaneFailure(request, size, "ALD reply time out.", 1646);
 }
 
 }  // namespace

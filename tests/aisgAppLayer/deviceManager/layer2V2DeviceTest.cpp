@@ -1,7 +1,13 @@
+// The link procedures and the device scan against the fake bus.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <cstring>
+#include <string>
+#include <vector>
 
+#include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "aisgAppLayer/deviceManager/layer2Device/layer2V2Device.h"
 #include "fakeBus.h"
 #include "utility/debugTrace.h"
@@ -9,255 +15,231 @@
 namespace {
 
 using fake::Bytes;
-using fake::captured;
-using fake::reply;
-using fake::wire;
+using fake::hex;
+
+enum Procedure { kLink, kDisc, kPoll, kReset, kHdlc, kAssign, kScan };
+
+// A frame of the scan in short: "reset", "probe 00/02" (prefix/mask), "assign 4142->1", "snrm 1".
+std::string describe(const S_HdlcPacket& packet) {
+  const uint8_t* d = packet.data;
+  const uint8_t n = d[4];
+  if (packet.control == 0x83) return "snrm " + std::to_string(packet.address);
+  if (packet.dataLength == 5 && d[3] == 0x07) return "reset";
+  if (d[5 + n] == 0x03) return "probe " + hex(d + 5, n) + "/" + hex(d + 7 + n, n);
+  return "assign " + hex(d + 5, n) + "->" + std::to_string(d[7 + n]);
+}
 
 class Layer2V2DeviceTest : public testing::Test {
  protected:
   void SetUp() override {
-    device_._pCommInterface = &comm_;
-    device_.aisgVersion = 2;
+    device_._pCommInterface = &bus_;
+    container_->clear();
+    gLogLevel = 1;
   }
-  void TearDown() override { gLogLevel = 3; }
-
-  // The one frame sent since the last call, checked for the procedures' time-out.
-  S_HdlcPacket lastSent() {
-    EXPECT_EQ(comm_.sent.size(), 1u);
-    EXPECT_EQ(comm_.times.back(), 1000u);
-    S_HdlcPacket packet = comm_.sent.back();
-    comm_.sent.clear();
-    comm_.times.clear();
-    return packet;
+  void TearDown() override {
+    gLogLevel = 3;
+    container_->clear();
   }
 
-  Layer2V2Device device_;
-  fake::ScriptedComm comm_;
-};
-
-S_HdlcPacket xid(uint8_t address, const Bytes& data) { return reply(address, 0xBF, data); }
-
-TEST_F(Layer2V2DeviceTest, LinkEstablishWantsUaWithOrWithoutFinalBit) {
-  comm_.then(0, reply(1, 0x73));
-  EXPECT_EQ(device_.linkEstablish(1), 0);
-  S_HdlcPacket sent = lastSent();
-  EXPECT_EQ(sent.pollFinal, 1);
-  EXPECT_EQ(+sent.dataLength, 0);
-  EXPECT_EQ(wire(sent), "7E 01 93 8D B0 7E");
-
-  comm_.then(0, reply(1, 0x63));
-  EXPECT_EQ(device_.linkEstablish(1), 0);
-  comm_.then(0, reply(1, 0x1F));  // DM
-  EXPECT_EQ(device_.linkEstablish(1), -1);
-  comm_.then(0, reply(1, 0x11));  // RR
-  EXPECT_EQ(device_.linkEstablish(1), -1);
-}
-
-TEST_F(Layer2V2DeviceTest, ExchangeFailuresPassThroughUnchanged) {
-  for (int failure : {-1, -2, -3}) {
-    comm_.then(failure);
-    EXPECT_EQ(device_.linkEstablish(3), failure);
-    comm_.then(failure);
-    EXPECT_EQ(device_.devicePoll(3), failure);
-    comm_.then(failure);
-    EXPECT_EQ(device_.hdlcParameter(3), failure);
-    S_AldBaseInfo info{};
-    comm_.then(failure);
-    EXPECT_EQ(device_.addressAssign(&info, 3), failure);
-  }
-  device_._pCommInterface = nullptr;
-  EXPECT_EQ(device_.disconnect(3), -1);
-}
-
-TEST_F(Layer2V2DeviceTest, DisconnectSendsDiscAndWantsUa) {
-  comm_.then(0, reply(1, 0x73));
-  EXPECT_EQ(device_.disconnect(1), 0);
-  EXPECT_EQ(wire(lastSent()), "7E 01 53 81 76 7E");
-  comm_.then(0, reply(1, 0x1F));
-  EXPECT_EQ(device_.disconnect(1), -1);
-}
-
-TEST_F(Layer2V2DeviceTest, DevicePollWantsRrWhateverItsNumber) {
-  comm_.then(0, reply(1, 0xB1));  // RR, N(R) 5
-  EXPECT_EQ(device_.devicePoll(1), 0);
-  EXPECT_EQ(wire(lastSent()), "7E 01 11 97 17 7E");
-  // RNR, REJ and an I-frame are answers, but not the one wanted.
-  for (uint8_t control : {0x15, 0x19, 0x10}) {
-    comm_.then(0, reply(1, control));
-    EXPECT_EQ(device_.devicePoll(1), -1) << int(control);
-  }
-}
-
-TEST_F(Layer2V2DeviceTest, ResetGoesToAllAndWantsTheResetParameterBack) {
-  gLogLevel = 4;
-  std::string out = captured([&] { EXPECT_EQ(device_.resetDevice(0xFF), -2); });
-  EXPECT_NE(out.find("resetDevice() ret = -2\n"), std::string::npos);
-  EXPECT_EQ(wire(lastSent()), "7E FF BF 81 F0 02 07 00 A4 F3 7E");
-
-  comm_.then(0, xid(0xFF, {0x81, 0xF0, 0x02, 0x07, 0x00}));
-  out = captured([&] { EXPECT_EQ(device_.resetDevice(0xFF), 0); });
-  EXPECT_NE(out.find("resetDevice() ret = 0\n"), std::string::npos);
-
-  // A wrong reply fails without the trace of the result.
-  comm_.then(0, xid(0xFF, {0x81, 0xF0, 0x03, 0x05, 0x01, 0x00}));
-  out = captured([&] { EXPECT_EQ(device_.resetDevice(0xFF), -1); });
-  EXPECT_EQ(out.find("resetDevice() ret"), std::string::npos);
-  comm_.then(0, reply(0xFF, 0x73));
-  EXPECT_EQ(device_.resetDevice(0xFF), -1);
-}
-
-TEST_F(Layer2V2DeviceTest, HdlcParameterLooksAtTheFirstParameterOnly) {
-  comm_.then(0, xid(1, {0x81, 0x80, 0x03, 0x07, 0x01, 0x00}));
-  EXPECT_EQ(device_.hdlcParameter(1), 0);
-  EXPECT_EQ(wire(lastSent()),
-            "7E 01 BF 81 80 12 05 04 00 00 00 00 06 04 00 00 00 00 07 01 00 08 01 00 E3 71 7E");
-  // An echo of the request starts with parameter 5.
-  comm_.then(0, xid(1, {0x81, 0x80, 0x06, 0x05, 0x04, 0x00, 0x00, 0x00, 0x00}));
-  EXPECT_EQ(device_.hdlcParameter(1), -1);
-}
-
-class AddressAssignTest : public Layer2V2DeviceTest {
- protected:
-  void SetUp() override {
-    Layer2V2DeviceTest::SetUp();
-    info_.uidLength = 2;
-    info_.uid[0] = 0x41;
-    info_.uid[1] = 0x42;
-    info_.deviceType = 0x55;
-  }
-  int assignWithReply(const Bytes& data) {
-    comm_.then(0, xid(0xFF, data));
-    int ret = device_.addressAssign(&info_, 1);
-    comm_.sent.clear();
-    comm_.times.clear();
-    return ret;
-  }
-  S_AldBaseInfo info_{};
-};
-
-TEST_F(AddressAssignTest, FrameGoesToAllStations) {
-  info_.address = 1;  // an ALD that has the address already gets the same frame
-  EXPECT_EQ(device_.addressAssign(&info_, 1), -2);
-  S_HdlcPacket sent = lastSent();
-  EXPECT_EQ(sent.address, 0xFF);
-  EXPECT_EQ(wire(sent), "7E FF BF 81 F0 07 01 02 41 42 02 01 01 F1 C5 7E");
-
-  info_.uidLength = 19;
-  for (int i = 0; i < 19; ++i) info_.uid[i] = static_cast<uint8_t>(i + 1);
-  device_.addressAssign(&info_, 9);
-  sent = lastSent();
-  ASSERT_EQ(+sent.dataLength, 27);
-  EXPECT_EQ(sent.data[2], 24);
-  EXPECT_EQ(sent.data[4], 19);
-  EXPECT_EQ(memcmp(sent.data + 5, info_.uid, 19), 0);
-  EXPECT_EQ(Bytes(sent.data + 24, sent.data + 27), (Bytes{0x02, 0x01, 0x09}));
-}
-
-TEST_F(AddressAssignTest, ReplyOverwritesUidAndType) {
-  // Parameters in any order, with others among them; a longer UID than was sent.
-  EXPECT_EQ(assignWithReply({0x81, 0xF0, 0x0B, 0x02, 0x01, 0x01, 0x04, 0x01, 0x11, 0x01, 0x03, 0x41, 0x42, 0x43}),
-            0);
-  EXPECT_EQ(info_.uidLength, 3);
-  EXPECT_EQ(Bytes(info_.uid, info_.uid + 3), (Bytes{0x41, 0x42, 0x43}));
-  EXPECT_EQ(info_.deviceType, 0x11);
-  EXPECT_EQ(info_.address, 0);  // the scan sets it
-}
-
-TEST_F(AddressAssignTest, WrongRepliesFail) {
-  EXPECT_EQ(assignWithReply({0x81, 0xF0, 0x04, 0x01, 0x02, 0x41, 0x42}), -1);  // no device type
-  EXPECT_EQ(assignWithReply({0x81, 0xF0, 0x03, 0x04, 0x01, 0x11}), -1);        // no UID
-  EXPECT_EQ(assignWithReply({0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}), -1);
-  EXPECT_EQ(assignWithReply({0x81, 0x80, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}), -1);
-  comm_.then(0, reply(0xFF, 0x73));
-  EXPECT_EQ(device_.addressAssign(&info_, 1), -1);
-}
-
-TEST_F(AddressAssignTest, OversizeOrTruncatedUidIsMalformed) {
-  Bytes oversize = {0x81, 0xF0, 0x1A, 0x04, 0x01, 0x11, 0x01, 0x15};
-  for (int i = 0; i < 21; ++i) oversize.push_back(0xEE);
-  EXPECT_EQ(assignWithReply(oversize), -1);
-  EXPECT_EQ(info_.uidLength, 2);
-  EXPECT_EQ(info_.uid[2], 0);
-  // The UID's length byte says 5 but the reply ends after 2.
-  EXPECT_EQ(assignWithReply({0x81, 0xF0, 0x0A, 0x04, 0x01, 0x11, 0x01, 0x05, 0x41, 0x42}), -1);
-  EXPECT_EQ(info_.uidLength, 2);
-}
-
-class OneScanTest : public Layer2V2DeviceTest {
- protected:
-  int scanWithReply(const Bytes& data) {
-    comm_.then(0, xid(0xFF, data));
+  // Runs one procedure on address 1 (a reset to all), with `uid` in info_ and in
+  // the probe's prefix, and `mask` as the probe's one-byte mask.
+  int run(Procedure procedure, const Bytes& uid = {}, uint8_t mask = 0) {
     info_ = S_AldBaseInfo{};
     info_.address = 77;
     info_.status = ASSIGNING;
-    int ret = device_.oneScan(S_UidScanUintV2_t{}, &info_);
-    comm_.sent.clear();
-    comm_.times.clear();
-    return ret;
+    info_.uidLength = static_cast<uint8_t>(uid.size());
+    memcpy(info_.uid, uid.data(), uid.size());
+    S_UidScanUintV2_t step{};
+    step.uidLength = info_.uidLength;
+    memcpy(step.uid, uid.data(), uid.size());
+    step.mask[0] = mask;
+    bus_.sent.clear();
+    bus_.times.clear();
+    switch (procedure) {
+      case kLink: return device_.linkEstablish(1);
+      case kDisc: return device_.disconnect(1);
+      case kPoll: return device_.devicePoll(1);
+      case kReset: return device_.resetDevice(0xFF);
+      case kHdlc: return device_.hdlcParameter(1);
+      case kAssign: return device_.addressAssign(&info_, 1);
+      case kScan: return device_.oneScan(step, &info_);
+    }
+    return 99;
   }
+
+  // A whole scan of the fake bus: the number found; the frames sent go to frames_, described.
+  int scan() {
+    bus_.sent.clear();
+    bus_.times.clear();
+    frames_.clear();
+    unsigned char found = 0xEE;
+    EXPECT_EQ(device_.deviceScan(19, found), 0);
+    for (const S_HdlcPacket& packet : bus_.sent) frames_.push_back(describe(packet));
+    return found;
+  }
+  // The UID and status of the ALD at `address`: "4142 3".
+  std::string aldAt(uint8_t address) {
+    AldDevice* ald = container_->findAldDeviceObj(address);
+    if (ald == nullptr) return "none";
+    return hex(ald->baseInfo.uid, ald->baseInfo.uidLength) + " " + std::to_string(ald->getStatus());
+  }
+
+  Layer2V2Device device_;
+  fake::FakeBus bus_;
   S_AldBaseInfo info_{};
+  std::vector<std::string> frames_;
+  AldDeviceContainer* container_ = AldDeviceContainer::getInstance();
 };
 
-TEST_F(OneScanTest, ProbesCarryPrefixAndMask) {
-  S_AldBaseInfo info{};
-  EXPECT_EQ(device_.oneScan(S_UidScanUintV2_t{}, &info), -2);
-  EXPECT_EQ(wire(lastSent()), "7E FF BF 81 F0 04 01 00 03 00 A6 58 7E");
-
-  S_UidScanUintV2_t step{};
-  step.uidLength = 1;
-  step.bitPosition = 1;
-  step.mask[0] = 0x02;
-  device_.oneScan(step, &info);
-  EXPECT_EQ(wire(lastSent()), "7E FF BF 81 F0 06 01 01 00 03 01 02 39 E6 7E");
-  step.uid[0] = 0x02;
-  device_.oneScan(step, &info);
-  EXPECT_EQ(wire(lastSent()), "7E FF BF 81 F0 06 01 01 02 03 01 02 4F DF 7E");
-}
-
-TEST_F(OneScanTest, TakesTheThreeParametersInAnyOrder) {
-  EXPECT_EQ(scanWithReply({0x81, 0xF0, 0x0F, 0x06, 0x02, 'X', 'Y', 0x09, 0x01, 0x00, 0x04, 0x01, 0x11, 0x01, 0x03,
-                           0x41, 0x42, 0x43}),
-            0);
-  EXPECT_EQ(info_.uidLength, 3);
-  EXPECT_EQ(Bytes(info_.uid, info_.uid + 3), (Bytes{0x41, 0x42, 0x43}));
-  EXPECT_EQ(info_.deviceType, 0x11);
-  EXPECT_STREQ(reinterpret_cast<const char*>(info_.vendorCode), "XY");
-  EXPECT_EQ(info_.address, 77);
-  EXPECT_EQ(info_.status, ASSIGNING);
-}
-
-TEST_F(OneScanTest, MissingParametersAreTracedWithTheirFlags) {
-  std::string out = captured([&] {
-    EXPECT_EQ(scanWithReply({0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}), -1);
-  });
-  EXPECT_NE(out.find("reply params failed[flag = 0x3]\n"), std::string::npos) << out;
-  out = captured([&] { EXPECT_EQ(scanWithReply({0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42}), -1); });
-  EXPECT_NE(out.find("reply params failed[flag = 0x0]\n"), std::string::npos) << out;
-}
-
-TEST_F(OneScanTest, WrongShapesAndFailedExchangesFail) {
-  std::string out = captured([&] {
-    EXPECT_EQ(scanWithReply({0x82, 0xF0, 0x03, 0x04, 0x01, 0x11}), -1);
-    EXPECT_EQ(scanWithReply({0x81, 0x80, 0x03, 0x04, 0x01, 0x11}), -1);
-    comm_.then(0, reply(0xFF, 0x73));
-    EXPECT_EQ(device_.oneScan(S_UidScanUintV2_t{}, &info_), -1);
-    comm_.then(-3);
-    EXPECT_EQ(device_.oneScan(S_UidScanUintV2_t{}, &info_), -3);
-  });
-  EXPECT_NE(out.find("serialport send or reveice failed\n"), std::string::npos);
-}
-
-TEST_F(OneScanTest, OversizeOrTruncatedUidIsMalformed) {
+// Each procedure's frame and what it makes of replies: the frame as the worked
+// frames have it, the time-out passed through, and each reply (control byte on
+// the wire, information) with the result it must give.
+TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
+  struct Reply {
+    uint8_t control;
+    Bytes data;
+    int expected;
+  };
   Bytes oversize = {0x81, 0xF0, 0x1E, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x15};
-  for (int i = 0; i < 21; ++i) oversize.push_back(0xEE);
-  EXPECT_EQ(scanWithReply(oversize), -1);
-  EXPECT_EQ(info_.uidLength, 0);
-  EXPECT_EQ(info_.reserved, 0);  // nothing ran past the uid field
-  // The group length may end inside the last parameter, but not promise more than the reply holds.
-  EXPECT_EQ(scanWithReply({0x81, 0xF0, 0x0A, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}),
-            0);
-  EXPECT_EQ(scanWithReply({0x81, 0xF0, 0x20, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}),
-            -1);
+  oversize.resize(oversize.size() + 21, 0xEE);
+  const struct {
+    Procedure procedure;
+    Bytes uid;
+    uint8_t mask;
+    const char* frame;
+    std::vector<Reply> replies;
+  } cases[] = {
+      // UA with and without the final bit; DM.
+      {kLink, {}, 0, "7E 01 93 8D B0 7E", {{0x73, {}, 0}, {0x63, {}, 0}, {0x1F, {}, -1}}},
+      {kDisc, {}, 0, "7E 01 53 81 76 7E", {{0x73, {}, 0}, {0x1F, {}, -1}}},
+      // RR with N(R) 5; RNR; an I-frame.
+      {kPoll, {}, 0, "7E 01 11 97 17 7E", {{0xB1, {}, 0}, {0x15, {}, -1}, {0x10, {}, -1}}},
+      {kReset, {}, 0, "7E FF BF 81 F0 02 07 00 A4 F3 7E",
+       {{0xBF, {0x81, 0xF0, 0x02, 0x07, 0x00}, 0}, {0xBF, {0x81, 0xF0, 0x03, 0x05, 0x01, 0x00}, -1}, {0x73, {}, -1}}},
+      // The ALD answers with its transmit window (7), not an echo of the request.
+      {kHdlc, {}, 0, "7E 01 BF 81 80 12 05 04 00 00 00 00 06 04 00 00 00 00 07 01 00 08 01 00 E3 71 7E",
+       {{0xBF, {0x81, 0x80, 0x03, 0x07, 0x01, 0x00}, 0}, {0xBF, {0x81, 0x80, 0x06, 0x05, 0x04, 0, 0, 0, 0}, -1}}},
+      {kAssign, {0x41}, 0, "7E FF BF 81 F0 06 01 01 41 02 01 01 72 84 7E", {}},
+      // Wants the UID and the device type: not without either, not in a group of length 0, and
+      // not a UID too long for the record.
+      {kAssign, {0x41, 0x42}, 0, "7E FF BF 81 F0 07 01 02 41 42 02 01 01 F1 C5 7E",
+       {{0xBF, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, 0},
+        {0xBF, {0x81, 0xF0, 0x04, 0x01, 0x02, 0x41, 0x42}, -1},
+        {0xBF, {0x81, 0xF0, 0x03, 0x04, 0x01, 0x11}, -1},
+        {0xBF, {0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, -1},
+        {0x73, {}, -1},
+        {0xBF, oversize, -1}}},
+      // Wants the vendor code as well, in the ALD group of the one format. The group length may end
+      // inside the last parameter, but neither it nor a parameter may run past the reply.
+      {kScan, {}, 0, "7E FF BF 81 F0 04 01 00 03 00 A6 58 7E",
+       {{0xBF, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, -1},
+        {0xBF, {0x81, 0xF0, 0x0A, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11, 0x06, 0x01, 'X'}, -1},
+        {0xBF, {0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42}, -1},
+        {0xBF, {0x82, 0xF0, 0x03, 0x04, 0x01, 0x11}, -1},
+        {0x73, {}, -1},
+        {0xBF, oversize, -1},
+        {0xBF, {0x81, 0xF0, 0x0A, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}, 0},
+        {0xBF, {0x81, 0xF0, 0x20, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}, -1},
+        {0xBF, {0x81, 0xF0, 0x0E, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x05, 0x41, 0x42}, -1}}},
+      {kScan, {0x00}, 0x02, "7E FF BF 81 F0 06 01 01 00 03 01 02 39 E6 7E", {}},
+      {kScan, {0x02}, 0x02, "7E FF BF 81 F0 06 01 01 02 03 01 02 4F DF 7E", {}},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(run(c.procedure, c.uid, c.mask), -2) << c.frame;
+    ASSERT_EQ(bus_.sent.size(), 1u);
+    EXPECT_EQ(bus_.times[0], 1000u);
+    EXPECT_EQ(fake::wire(bus_.sent[0]), c.frame);
+    bus_.script.push_back({-3, {}});
+    EXPECT_EQ(run(c.procedure, c.uid, c.mask), -3) << c.frame;
+    for (const Reply& r : c.replies) {
+      bus_.script.push_back({0, fake::reply(0xFF, r.control, r.data)});
+      EXPECT_EQ(run(c.procedure, c.uid, c.mask), r.expected) << c.frame << " reply " << &r - c.replies.data();
+      // Whatever the reply, the record keeps its address and status and nothing runs past its UID.
+      EXPECT_EQ(info_.address, 77);
+      EXPECT_EQ(info_.status, ASSIGNING);
+      EXPECT_EQ(info_.reserved, 0);
+      EXPECT_LE(info_.uidLength, 20);
+    }
+  }
+}
+
+// An empty bus, then one ALD in five frames, again and again: the objects that a
+// scan drops stay readable through the next scan, and then they are freed.
+TEST_F(Layer2V2DeviceTest, ScanOfAnEmptyBusThenOfOneAldAgainAndAgain) {
+  AldDevice stale;
+  stale.address = 5;
+  container_->attach(&stale);
+  EXPECT_EQ(scan(), 0);
+  EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /"}));
+  EXPECT_EQ(container_->getAldDeviceNums(), 0u);
+
+  bus_.alds = {{{0x41, 0x42}}};
+  EXPECT_EQ(scan(), 1);
+  EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /", "probe 4142/FFFF", "assign 4142->1", "snrm 1"}));
+  EXPECT_EQ(aldAt(1), "4142 3");
+  AldDevice* first = container_->findAldDeviceObj(1);
+  EXPECT_EQ(first->baseInfo.address, 1);
+  EXPECT_EQ(first->deviceType, 0x11);
+  EXPECT_EQ(first->aisgVersion, 2);
+  EXPECT_STREQ(reinterpret_cast<const char*>(first->baseInfo.vendorCode), "XY");
+  first->setStatus(LOST);
+  ASSERT_EQ(scan(), 1);
+  EXPECT_NE(container_->findAldDeviceObj(1), first);
+  EXPECT_EQ(first->getStatus(), LOST);
+  size_t warm = 0;
+  for (int i = 0; i < 400; ++i) {
+    ASSERT_EQ(scan(), 1);
+    if (i == 20) warm = mallinfo2().uordblks;
+  }
+  // An AldDevice object a scan would add well over 10 kB without freeing.
+  EXPECT_LT(mallinfo2().uordblks, warm + 4096);
+}
+
+TEST_F(Layer2V2DeviceTest, ScanSplitsTwoAldsBreadthFirstWithTheZeroBranchFirst) {
+  bus_.alds = {{{0x49, 0x42}, fake::kFailSnrm}, {{0x41, 0x42}}};  // apart at bit 3
+  EXPECT_EQ(scan(), 2);
+  EXPECT_EQ(frames_, (std::vector<std::string>{
+                         "reset", "probe /",                   // collision
+                         "probe 00/02", "probe 02/02",         // collision, silence
+                         "probe 00/06", "probe 04/06",         // collision, silence
+                         "probe 00/0E",                        // only 41 42
+                         "probe 4142/FFFF", "assign 4142->1",  //
+                         "probe 08/0E",                        // only 49 42
+                         "probe 4942/FFFF", "assign 4942->2",  //
+                         "snrm 1", "snrm 2"}));
+  EXPECT_EQ(aldAt(1), "4142 3");
+  EXPECT_EQ(aldAt(2), "4942 2") << "addressed only, its SNRM failed";
+}
+
+TEST_F(Layer2V2DeviceTest, ScanNeverSplitsBitZeroAndStopsAtPosition152) {
+  bus_.alds = {{{0x40}}, {{0x41}}};
+  EXPECT_EQ(scan(), 0);
+  // The reset, the root, and two children for each of the positions 1 to 152.
+  ASSERT_EQ(frames_.size(), 2u + 2u * 152u);
+  EXPECT_EQ(frames_.back(), "probe 40" + std::string(36, '0') + "01/FE" + std::string(36, 'F') + "01");
+}
+
+TEST_F(Layer2V2DeviceTest, ScanDropsAldsThatFailTheirProbeOrAssignment) {
+  // 43 42 is alone on its branch at position 1, 45 42 at position 2; 41 42 and 49 42 part at 3.
+  bus_.alds = {{{0x41, 0x42}, fake::kFailConfirm},
+               {{0x49, 0x42}},
+               {{0x45, 0x42}, fake::kFailAssign},
+               {{0x43, 0x42}, fake::kNoVendor}};
+  EXPECT_EQ(scan(), 1);
+  const std::string sent = testing::PrintToString(frames_);
+  EXPECT_EQ(sent.find("assign 4142"), std::string::npos);
+  EXPECT_EQ(sent.find("assign 4342"), std::string::npos);
+  EXPECT_LT(sent.find("assign 4542->1"), sent.find("assign 4942->1"));
+  EXPECT_EQ(aldAt(1), "4942 3");
+}
+
+TEST_F(Layer2V2DeviceTest, ScanGivesNoMoreThan254Addresses) {
+  for (int i = 0; i < 255; ++i) bus_.alds.push_back({{static_cast<uint8_t>(i << 1), static_cast<uint8_t>(i >> 7)}});
+  EXPECT_EQ(scan(), 254);
+  int running = 0;
+  for (int address = 1; address <= 254; ++address) running += aldAt(static_cast<uint8_t>(address)).back() == '3';
+  EXPECT_EQ(running, 254);
+  EXPECT_EQ(std::count_if(bus_.alds.begin(), bus_.alds.end(), [](const fake::Ald& a) { return a.address == 0; }), 1);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
@@ -21,10 +20,11 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr char kLink[] = "/tmp/ttyALD";
 constexpr int kNoReply = 1;  // exchange(): nothing came back
+constexpr int kBadFcs = hdlc::HDLC_FCS_ERROR;  // exchange(): a collision or a spoiled reply
 constexpr uint8_t kXid = 0xAF;
 constexpr uint8_t kRr = 0x01;
-constexpr uint8_t kUa = 0x63;
-constexpr uint8_t kIFrame = 0x00;
+constexpr uint8_t kSnrm = 0x83;
+const Bytes kAll = {0xFF, 0xFF, 0xFF};
 
 long long nowMs() {
   struct timespec t;
@@ -32,10 +32,9 @@ long long nowMs() {
   return static_cast<long long>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
 }
 
-S_HdlcPacket packet(uint8_t address, uint8_t control, const Bytes& data = {}, uint8_t sendNo = 0,
-                    uint8_t receiveNo = 0) {
-  S_HdlcPacket p;
-  memset(&p, 0, sizeof(p));
+// The frame from the primary, on the wire.
+Bytes frame(uint8_t address, uint8_t control, const Bytes& data = {}, uint8_t sendNo = 0, uint8_t receiveNo = 0) {
+  S_HdlcPacket p{};
   p.pollFinal = 1;
   p.address = address;
   p.control = control;
@@ -43,408 +42,170 @@ S_HdlcPacket packet(uint8_t address, uint8_t control, const Bytes& data = {}, ui
   p.receiveNo = receiveNo;
   p.dataLength = static_cast<uint16_t>(data.size());
   if (!data.empty()) memcpy(p.data, data.data(), data.size());
-  return p;
-}
-
-Bytes encoded(S_HdlcPacket p) {
   unsigned char buffer[hdlc::kMaxFrame];
   unsigned int length = 0;
   EXPECT_EQ(HdlcProtocol::encode(&p, buffer, &length, hdlc::kStructured), 0);
   return Bytes(buffer, buffer + length);
 }
 
-Bytes probe(const Bytes& uid, const Bytes& mask) {
-  Bytes data = {0x81, 0xF0, static_cast<uint8_t>(2 * uid.size() + 4), 0x01, static_cast<uint8_t>(uid.size())};
+// A broadcast XID of the ALD group with the UID and either a mask (a probe) or a new address.
+Bytes aldXid(const Bytes& uid, const Bytes& mask, int address = -1) {
+  Bytes data = {0x81, 0xF0, 0, 0x01, static_cast<uint8_t>(uid.size())};
   data.insert(data.end(), uid.begin(), uid.end());
-  data.insert(data.end(), {0x03, static_cast<uint8_t>(mask.size())});
-  data.insert(data.end(), mask.begin(), mask.end());
-  return data;
+  if (address >= 0) data.insert(data.end(), {0x02, 0x01, static_cast<uint8_t>(address)});
+  if (address < 0) data.insert(data.end(), {0x03, static_cast<uint8_t>(mask.size())});
+  if (address < 0) data.insert(data.end(), mask.begin(), mask.end());
+  data[2] = static_cast<uint8_t>(data.size() - 3);
+  return frame(0xFF, kXid, data);
 }
-
-Bytes assignment(const Bytes& uid, uint8_t address) {
-  Bytes data = {0x81, 0xF0, static_cast<uint8_t>(uid.size() + 5), 0x01, static_cast<uint8_t>(uid.size())};
-  data.insert(data.end(), uid.begin(), uid.end());
-  data.insert(data.end(), {0x02, 0x01, address});
-  return data;
-}
-
-Bytes dataOf(const S_HdlcPacket& p) { return Bytes(p.data, p.data + p.dataLength); }
 
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
-bool isUpperHex(const std::string& s) {
-  return !s.empty() && s.find_first_not_of("0123456789ABCDEF") == std::string::npos;
-}
-
-// "HH:MM:SS.mmm RX|TX|TX COLLISION" and at least one " HH".
-bool isFrameLine(const std::string& line) {
-  const std::string digits = "0123456789";
-  for (size_t i : {0, 1, 3, 4, 6, 7, 9, 10, 11}) {
-    if (line.size() <= i || digits.find(line[i]) == std::string::npos) return false;
-  }
-  if (line.size() < 12 || line[2] != ':' || line[5] != ':' || line[8] != '.') return false;
-  size_t at = 0;
-  for (const char* direction : {" RX", " TX COLLISION", " TX"}) {
-    if (line.compare(12, strlen(direction), direction) == 0) {
-      at = 12 + strlen(direction);
-      break;
-    }
-  }
-  if (at == 0 || at == line.size() || (line.size() - at) % 3 != 0) return false;
-  for (; at < line.size(); at += 3) {
-    if (line[at] != ' ' || !isUpperHex(line.substr(at + 1, 2))) return false;
-  }
-  return true;
-}
-
-const Bytes kFirstProbe = {0x7E, 0xFF, 0xBF, 0x81, 0xF0, 0x04, 0x01, 0x00, 0x03, 0x00, 0xA6, 0x58, 0x7E};
+const Bytes kRootProbe = {0x7E, 0xFF, 0xBF, 0x81, 0xF0, 0x04, 0x01, 0x00, 0x03, 0x00, 0xA6, 0x58, 0x7E};
 const Bytes kBroadcastReset = {0x7E, 0xFF, 0xBF, 0x81, 0xF0, 0x02, 0x07, 0x00, 0xA4, 0xF3, 0x7E};
 
 class AldsimTest : public testing::Test {
  protected:
   void TearDown() override {
-    if (_fd >= 0) close(_fd);
+    if (fd_ >= 0) close(fd_);
   }
 
-  void start(const std::vector<std::string>& args) {
+  void start(const std::vector<std::string>& alds) {
     std::vector<std::string> argv = {e2e::binPath("aldsim"), "--link", kLink};
-    argv.insert(argv.end(), args.begin(), args.end());
-    ASSERT_TRUE(_sim.start(argv));
-    ASSERT_TRUE(_sim.waitFor("ready /dev/pts/", 5000)) << _sim.output();
-    _fd = open(kLink, O_RDWR | O_NOCTTY | O_NONBLOCK);
-    ASSERT_GE(_fd, 0);
+    argv.insert(argv.end(), alds.begin(), alds.end());
+    ASSERT_TRUE(sim_.start(argv));
+    ASSERT_TRUE(sim_.waitFor("ready /dev/pts/", 5000)) << sim_.output();
+    fd_ = open(kLink, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    ASSERT_GE(fd_, 0);
     struct termios t;
-    ASSERT_EQ(tcgetattr(_fd, &t), 0);
+    ASSERT_EQ(tcgetattr(fd_, &t), 0);
     cfmakeraw(&t);
-    ASSERT_EQ(tcsetattr(_fd, TCSANOW, &t), 0);
+    ASSERT_EQ(tcsetattr(fd_, TCSANOW, &t), 0);
   }
 
-  void send(const Bytes& bytes) { ASSERT_EQ(write(_fd, bytes.data(), bytes.size()), ssize_t(bytes.size())); }
-
-  // Reads until one whole frame (7E .. 7E) has come or the time is up; the
-  // arrival time of every read goes to `times`.
-  Bytes readFrame(int timeoutMs, std::vector<long long>* times = nullptr) {
+  // Sends a frame and reads until one whole frame (7E .. 7E) has come back or the
+  // time is up; the arrival time of every read goes to times_. The codec's code
+  // for the reply, or kNoReply.
+  int exchange(const Bytes& request, int timeoutMs = 300) {
+    EXPECT_EQ(write(fd_, request.data(), request.size()), ssize_t(request.size()));
     Bytes got;
-    long long deadline = nowMs() + timeoutMs;
+    times_.clear();
+    const long long deadline = nowMs() + timeoutMs;
     while (got.size() < 3 || got.back() != 0x7E) {
-      long long left = deadline - nowMs();
-      struct pollfd pfd = {_fd, POLLIN, 0};
+      struct pollfd pfd = {fd_, POLLIN, 0};
+      const long long left = deadline - nowMs();
       if (left <= 0 || poll(&pfd, 1, static_cast<int>(left)) <= 0) break;
       uint8_t buffer[300];
-      ssize_t n = read(_fd, buffer, sizeof(buffer));
+      const ssize_t n = read(fd_, buffer, sizeof(buffer));
       if (n <= 0) break;
       got.insert(got.end(), buffer, buffer + n);
-      if (times != nullptr) times->push_back(nowMs());
+      times_.push_back(nowMs());
     }
-    return got;
+    raw_ = got;
+    reply_ = S_HdlcPacket{};
+    if (got.empty()) return kNoReply;
+    return HdlcProtocol::decode(got.data(), static_cast<unsigned int>(got.size()), &reply_, hdlc::kStructured);
   }
-
-  // Sends a frame and decodes what comes back: the codec's code, or kNoReply.
-  int exchange(const Bytes& frame, S_HdlcPacket& reply, int timeoutMs = 300) {
-    send(frame);
-    _lastReply = readFrame(timeoutMs);
-    if (_lastReply.empty()) return kNoReply;
-    return HdlcProtocol::decode(_lastReply.data(), static_cast<unsigned int>(_lastReply.size()), &reply,
-                                hdlc::kStructured);
-  }
-
-  int exchange(const S_HdlcPacket& request, S_HdlcPacket& reply, int timeoutMs = 300) {
-    return exchange(encoded(request), reply, timeoutMs);
-  }
-
-  // Gives `address` to the ALD of `uid` and checks the reply's identification.
-  void assign(const Bytes& uid, uint8_t address, uint8_t from, uint8_t type = 0x01) {
-    S_HdlcPacket reply;
-    ASSERT_EQ(exchange(packet(0xFF, kXid, assignment(uid, address)), reply), 0);
-    EXPECT_EQ(reply.address, from);
-    EXPECT_EQ(reply.control, kXid);
-    Bytes expected = {0x81, 0xF0, static_cast<uint8_t>(uid.size() + 5), 0x01, static_cast<uint8_t>(uid.size())};
-    expected.insert(expected.end(), uid.begin(), uid.end());
-    expected.insert(expected.end(), {0x04, 0x01, type});
-    EXPECT_EQ(dataOf(reply), expected);
-  }
+  Bytes replyData() const { return Bytes(reply_.data, reply_.data + reply_.dataLength); }
 
   // Sends an operator command and waits for the answer line holding `answer`.
   void command(const std::string& line, const std::string& answer) {
-    size_t mark = _sim.mark();
-    _sim.send(line + "\n");
-    EXPECT_TRUE(_sim.waitFor(answer, 2000, mark)) << _sim.plainOutput().substr(mark);
+    const size_t mark = sim_.mark();
+    sim_.send(line + "\n");
+    EXPECT_TRUE(sim_.waitFor(answer, 2000, mark)) << sim_.plainOutput().substr(mark);
   }
 
-  e2e::Child _sim;
-  int _fd = -1;
-  Bytes _lastReply;
+  e2e::Child sim_;
+  int fd_ = -1;
+  Bytes raw_;
+  S_HdlcPacket reply_{};
+  std::vector<long long> times_;
 };
 
-TEST_F(AldsimTest, ScanProbesReachOnlyMatchingUnaddressedAlds) {
+// Probes reach only unaddressed ALDs whose UID matches under the mask (a UID
+// shorter than the probe reading as 0 beyond its end), answers from several
+// collide, an assignment is answered from the new address, and a broadcast reset
+// (never answered) makes every ALD forget its address.
+TEST_F(AldsimTest, ProbesAssignmentAndReset) {
   ASSERT_NO_FATAL_FAILURE(start({"uid=0x4142", "uid=0x4143,type=0x11,vendor=XY"}));
-  S_HdlcPacket reply;
-  // The scan's first probe matches both: one frame that fails its FCS.
-  EXPECT_EQ(exchange(kFirstProbe, reply), hdlc::HDLC_FCS_ERROR);
-  EXPECT_TRUE(_sim.waitFor("TX COLLISION 7E FF BF", 1000));
-
-  // Bit 0 of byte 1 tells them apart.
-  ASSERT_EQ(exchange(packet(0xFF, kXid, probe({0x00, 0x01}, {0x00, 0x01})), reply), 0);
-  EXPECT_EQ(reply.address, 0xFF);
-  EXPECT_EQ(reply.control, kXid);
-  EXPECT_EQ(dataOf(reply), Bytes({0x81, 0xF0, 0x0B, 0x01, 0x02, 0x41, 0x43, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y'}));
-  // A UID shorter than the probe reads as 0 beyond its end.
-  ASSERT_EQ(exchange(packet(0xFF, kXid, probe({0x41, 0x42, 0x00}, {0xFF, 0xFF, 0xFF})), reply), 0);
-  EXPECT_EQ(dataOf(reply)[6], 0x42);
-  EXPECT_EQ(exchange(packet(0xFF, kXid, probe({0x41, 0x42, 0x01}, {0xFF, 0xFF, 0x01})), reply), kNoReply);
-
-  // Addressed ALDs no longer answer probes; the assignment is answered from the new address.
-  assign({0x41, 0x42}, 5, 5);
-  ASSERT_EQ(exchange(kFirstProbe, reply), 0);
-  EXPECT_EQ(dataOf(reply)[6], 0x43);
-  assign({0x41, 0x43}, 6, 6, 0x11);
-  EXPECT_EQ(exchange(kFirstProbe, reply), kNoReply);
-  // An addressed ALD takes a new address too.
-  assign({0x41, 0x43}, 7, 7, 0x11);
-  command("list", "# 2 7 down 4143");
-
-  // A broadcast reset is never answered and makes every ALD forget its address.
-  EXPECT_EQ(exchange(kBroadcastReset, reply), kNoReply);
-  command("list", "# 1 - down 4142");
-  EXPECT_EQ(exchange(kFirstProbe, reply), hdlc::HDLC_FCS_ERROR);
-}
-
-TEST_F(AldsimTest, LinkProceduresAnswerLikeAnHdlcSecondary) {
-  ASSERT_NO_FATAL_FAILURE(start({"uid=AB"}));
-  assign(text("AB"), 3, 3);
-  S_HdlcPacket reply;
-  EXPECT_EQ(exchange(packet(4, 0x83), reply), kNoReply) << "another address";
-  ASSERT_EQ(exchange(packet(3, 0x83), reply), 0);
-  EXPECT_EQ(_lastReply, Bytes({0x7E, 0x03, 0x73, 0x33, 0x64, 0x7E}));
-  command("list", "# 1 3 up 4142");
-
-  ASSERT_EQ(exchange(packet(3, kRr), reply), 0);
-  EXPECT_EQ(reply.control, kRr);
-  EXPECT_EQ(reply.receiveNo, 0);
-  EXPECT_EQ(reply.pollFinal, 1);
-
-  ASSERT_EQ(exchange(packet(3, kXid, {0x81, 0x80, 0x12, 0x05, 0x04, 0, 0, 0, 0, 0x06, 0x04, 0, 0, 0, 0, 0x07, 0x01,
-                                      0x00, 0x08, 0x01, 0x00}),
-                     reply),
-            0);
-  EXPECT_EQ(reply.control, kXid);
-  EXPECT_EQ(reply.data[0], 0x81);
-  EXPECT_EQ(reply.data[1], 0x80);
-  EXPECT_EQ(reply.data[3], 0x07);
-
-  ASSERT_EQ(exchange(packet(3, 0x43), reply), 0);
-  EXPECT_EQ(reply.control, kUa);
-  command("list", "# 1 3 down");
-
-  // A reset to its own address is answered, and then the address is gone.
-  ASSERT_EQ(exchange(packet(3, kXid, {0x81, 0xF0, 0x02, 0x07, 0x00}), reply), 0);
-  EXPECT_EQ(reply.address, 3);
-  EXPECT_EQ(dataOf(reply), Bytes({0x81, 0xF0, 0x02, 0x07, 0x00}));
-  EXPECT_EQ(exchange(packet(3, kRr), reply), kNoReply);
-  ASSERT_EQ(exchange(kFirstProbe, reply), 0);
-}
-
-TEST_F(AldsimTest, TiltProceduresKeepSequenceNumbers) {
-  ASSERT_NO_FATAL_FAILURE(start({"uid=T1,subs=2,tilt=2.5"}));
-  assign(text("T1"), 1, 1);
-  S_HdlcPacket reply;
-  ASSERT_EQ(exchange(packet(1, 0x83), reply), 0);
-  uint8_t ns = 0;
-  // Sends one I-frame in sequence and expects the I-frame answer with `data`.
-  auto procedure = [&](const Bytes& request, const Bytes& data) {
-    ASSERT_EQ(exchange(packet(1, kIFrame, request, ns, ns), reply), 0);
-    EXPECT_EQ(reply.control, kIFrame);
-    EXPECT_EQ(reply.pollFinal, 1);
-    EXPECT_EQ(reply.sendNo, ns);
-    ns = (ns + 1) & 7;
-    EXPECT_EQ(reply.receiveNo, ns);
-    EXPECT_EQ(dataOf(reply), data);
+  const struct {
+    Bytes request;
+    int result;
+    uint8_t address;  // of the reply
+    Bytes data;       // of the reply, when there is one
+  } steps[] = {
+      {kRootProbe, kBadFcs, 0, {}},
+      {aldXid({0x00, 0x01}, {0x00, 0x01}), 0, 0xFF,
+       {0x81, 0xF0, 0x0B, 0x01, 0x02, 0x41, 0x43, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y'}},
+      {aldXid({0x41, 0x42, 0x00}, kAll), 0, 0xFF,
+       {0x81, 0xF0, 0x0B, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x01, 0x06, 0x02, 'S', 'I'}},
+      {aldXid({0x41, 0x42, 0x01}, {0xFF, 0xFF, 0x01}), kNoReply, 0, {}},
+      {aldXid({0x41, 0x42}, {}, 5), 0, 5, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x01}},
+      {kRootProbe, 0, 0xFF, {0x81, 0xF0, 0x0B, 0x01, 0x02, 0x41, 0x43, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y'}},
+      {aldXid({0x41, 0x43}, {}, 6), 0, 6, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x43, 0x04, 0x01, 0x11}},
+      {kRootProbe, kNoReply, 0, {}},
+      {aldXid({0x41, 0x43}, {}, 7), 0, 7, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x43, 0x04, 0x01, 0x11}},
+      {kBroadcastReset, kNoReply, 0, {}},
+      {kRootProbe, kBadFcs, 0, {}},
   };
-  procedure({0x82, 0x01, 0x00, 0x01}, {0x82, 0x04, 0x00, 0x01, 0x00, 0x19, 0x00});
-  procedure({0x81, 0x03, 0x00, 0x02, 0xF1, 0xFF}, {0x81, 0x02, 0x00, 0x02, 0x00});
-  procedure({0x82, 0x01, 0x00, 0x02}, {0x82, 0x04, 0x00, 0x02, 0x00, 0xF1, 0xFF});
-
-  // A repeated frame is out of sequence: RR with the ALD's V(R), nothing changes.
-  ASSERT_EQ(exchange(packet(1, kIFrame, {0x80, 0x01, 0x00, 0x02}, 2, 2), reply), 0);
-  EXPECT_EQ(reply.control, kRr);
-  EXPECT_EQ(reply.receiveNo, 3);
-  ASSERT_EQ(exchange(packet(1, kRr, {}, 0, 3), reply), 0);
-  EXPECT_EQ(reply.receiveNo, 3);
-
-  procedure({0x80, 0x01, 0x00, 0x02}, {0x80, 0x02, 0x00, 0x02, 0x00});
-  procedure({0x82, 0x01, 0x00, 0x02}, {0x82, 0x04, 0x00, 0x02, 0x00, 0x00, 0x00});
-  procedure({0x82, 0x01, 0x00, 0x01}, {0x82, 0x04, 0x00, 0x01, 0x00, 0x19, 0x00});
-  procedure({0x82, 0x01, 0x00, 0x03}, {0x82, 0x02, 0x00, 0x03, 0x19});
-  procedure({0x81, 0x03, 0x00, 0x00, 0x10, 0x00}, {0x81, 0x02, 0x00, 0x00, 0x19});
-  procedure({0x83, 0x00, 0x00}, {0x83, 0x01, 0x00, 0x0B});
-  // Past the wrap of the numbers at 8.
-  procedure({0x88, 0x00, 0x00}, {0x88, 0x02, 0x00, 0x00, 0x02});
-  procedure({0x88, 0x00, 0x00}, {0x88, 0x02, 0x00, 0x00, 0x02});
-
-  command("alarm 1 7", "# ald 1 alarm 7");
-  procedure({0x88, 0x00, 0x00}, {0x88, 0x02, 0x00, 0x01, 0x07});
-  procedure({0x82, 0x01, 0x00, 0x01}, {0x82, 0x02, 0x00, 0x01, 0x07});
-  procedure({0x81, 0x03, 0x00, 0x01, 0x32, 0x00}, {0x81, 0x02, 0x00, 0x01, 0x07});
-  command("alarm 1 0", "# ald 1 alarm 0");
-  procedure({0x82, 0x01, 0x00, 0x01}, {0x82, 0x04, 0x00, 0x01, 0x00, 0x19, 0x00});
-
-  // SNRM starts the numbers again.
-  ASSERT_EQ(exchange(packet(1, 0x83), reply), 0);
-  ns = 0;
-  procedure({0x88, 0x00, 0x00}, {0x88, 0x02, 0x00, 0x00, 0x02});
+  for (const auto& step : steps) {
+    ASSERT_EQ(exchange(step.request), step.result) << &step - steps;
+    if (step.result != 0) continue;
+    EXPECT_EQ(reply_.address, step.address) << &step - steps;
+    EXPECT_EQ(reply_.control, kXid);
+    EXPECT_EQ(replyData(), step.data) << &step - steps;
+  }
+  EXPECT_TRUE(sim_.waitFor("TX COLLISION 7E FF BF", 1000));
 }
 
-TEST_F(AldsimTest, FaultKnobsSpoilReplies) {
-  ASSERT_NO_FATAL_FAILURE(start({"uid=BAD,badFcs=100", "uid=NOV,noVendor=1", "uid=WRO,wrongAddr=9", "uid=0x4142,alarm=0x21"}));
-  S_HdlcPacket reply;
-  Bytes all = {0xFF, 0xFF, 0xFF};
-  EXPECT_EQ(exchange(packet(0xFF, kXid, probe(text("BAD"), all)), reply), hdlc::HDLC_FCS_ERROR);
-  ASSERT_TRUE(_sim.waitFor(" TX 7E FF BF", 1000));
-  EXPECT_EQ(_sim.output().find("COLLISION"), std::string::npos);
+TEST_F(AldsimTest, LinkSetUpPollAndTiltWithSequenceNumbers) {
+  ASSERT_NO_FATAL_FAILURE(start({"uid=T1,tilt=2.5"}));
+  ASSERT_EQ(exchange(aldXid(text("T1"), {}, 3)), 0);
+  EXPECT_EQ(exchange(frame(4, kSnrm)), kNoReply) << "another address";
+  ASSERT_EQ(exchange(frame(3, kSnrm)), 0);
+  EXPECT_EQ(raw_, Bytes({0x7E, 0x03, 0x73, 0x33, 0x64, 0x7E}));  // UA with the final bit
+  command("list", "# 1 3 up 5431");
+  ASSERT_EQ(exchange(frame(3, kRr)), 0);
+  EXPECT_EQ(reply_.control, kRr);
+  EXPECT_EQ(reply_.receiveNo, 0);
 
-  ASSERT_EQ(exchange(packet(0xFF, kXid, probe(text("NOV"), all)), reply), 0);
-  EXPECT_EQ(dataOf(reply), Bytes({0x81, 0xF0, 0x08, 0x01, 0x03, 'N', 'O', 'V', 0x04, 0x01, 0x01}));
-
-  assign(text("WRO"), 1, 9);
-  ASSERT_EQ(exchange(packet(1, 0x83), reply), 0);
-  EXPECT_EQ(reply.address, 9);
-  EXPECT_EQ(exchange(packet(9, 0x83), reply), kNoReply);
-
-  assign({0x41, 0x42}, 2, 2);
-  ASSERT_EQ(exchange(packet(2, kIFrame, {0x88, 0x00, 0x00}), reply), 0);
-  EXPECT_EQ(dataOf(reply), Bytes({0x88, 0x02, 0x00, 0x01, 0x21}));
+  // GetTilt of sub-unit 1 in an I-frame with N(S) and N(R) `ns`; the reply in short: "I N(S) N(R)" or "RR N(R)".
+  auto getTilt = [&](uint8_t ns) {
+    EXPECT_EQ(exchange(frame(3, 0x00, {0x82, 0x01, 0x00, 0x01}, ns, ns)), 0);
+    const std::string kind = reply_.control == kRr ? "RR " : "I " + std::to_string(reply_.sendNo) + " ";
+    return kind + std::to_string(reply_.receiveNo);
+  };
+  EXPECT_EQ(getTilt(0), "I 0 1");
+  EXPECT_EQ(replyData(), Bytes({0x82, 0x04, 0x00, 0x01, 0x00, 0x19, 0x00}));  // 25 tenths of a degree
+  EXPECT_EQ(getTilt(0), "RR 1") << "a repeated frame is out of sequence";
+  EXPECT_EQ(getTilt(1), "I 1 2");
+  ASSERT_EQ(exchange(frame(3, kSnrm)), 0);
+  EXPECT_EQ(getTilt(0), "I 0 1") << "SNRM starts the numbers again";
 }
 
-TEST_F(AldsimTest, TimingAndSilenceKnobs) {
-  ASSERT_NO_FATAL_FAILURE(start({"uid=SIL,silentFrom=3", "uid=SPL,split=60", "uid=DLY,delay=150", "uid=WIN,silentAt=0-1.5"}));
-  S_HdlcPacket reply;
-  Bytes all = {0xFF, 0xFF, 0xFF};
-  // The first two frames for SIL are answered, from the third on it is silent.
-  ASSERT_EQ(exchange(packet(0xFF, kXid, probe(text("SIL"), all)), reply), 0);
-  assign(text("SIL"), 1, 1);
-  EXPECT_EQ(exchange(packet(1, 0x83), reply), kNoReply);
-  EXPECT_EQ(exchange(packet(1, kRr), reply), kNoReply);
-
-  // A split reply arrives as two reads with a gap of about 60 ms.
-  std::vector<long long> times;
-  send(encoded(packet(0xFF, kXid, probe(text("SPL"), all))));
-  Bytes got = readFrame(500, &times);
-  ASSERT_EQ(HdlcProtocol::decode(got.data(), static_cast<unsigned int>(got.size()), &reply, hdlc::kStructured), 0);
-  ASSERT_GE(times.size(), 2u);
-  EXPECT_GT(times.back() - times.front(), 40);
-
-  long long sent = nowMs();
-  ASSERT_EQ(exchange(packet(0xFF, kXid, probe(text("DLY"), all)), reply, 1000), 0);
-  EXPECT_GE(nowMs() - sent, 140);
-
-  // WIN keeps silent for its first 1.5 seconds only.
-  EXPECT_EQ(exchange(packet(0xFF, kXid, probe(text("WIN"), all)), reply), kNoReply);
-  e2e::sleepMs(1500);
-  EXPECT_EQ(exchange(packet(0xFF, kXid, probe(text("WIN"), all)), reply), 0);
+TEST_F(AldsimTest, FaultKnobs) {
+  ASSERT_NO_FATAL_FAILURE(start({"uid=BAD,badFcs=100", "uid=SIL,silentFrom=3", "uid=SPL,split=60"}));
+  // Every reply of BAD fails its FCS, though it is no collision.
+  EXPECT_EQ(exchange(aldXid(text("BAD"), kAll)), kBadFcs);
+  ASSERT_TRUE(sim_.waitFor(" TX 7E FF BF", 1000));
+  EXPECT_EQ(sim_.output().find("COLLISION"), std::string::npos);
+  // SIL answers its first two frames only.
+  EXPECT_EQ(exchange(aldXid(text("SIL"), kAll)), 0);
+  EXPECT_EQ(exchange(aldXid(text("SIL"), {}, 1)), 0);
+  EXPECT_EQ(exchange(frame(1, kSnrm)), kNoReply);
+  // SPL's reply comes in two reads about 60 ms apart.
+  ASSERT_EQ(exchange(aldXid(text("SPL"), kAll), 500), 0);
+  ASSERT_GE(times_.size(), 2u);
+  EXPECT_GT(times_.back() - times_.front(), 40);
 }
 
-TEST_F(AldsimTest, OperatorCommandsAndLogLines) {
+TEST_F(AldsimTest, QuietAndWake) {
   ASSERT_NO_FATAL_FAILURE(start({"uid=Q1", "uid=Q2"}));
-  S_HdlcPacket reply;
   command("quiet 1", "# ald 1 quiet");
-  // Only Q2 is left to answer the first probe.
-  ASSERT_EQ(exchange(kFirstProbe, reply), 0);
-  EXPECT_EQ(dataOf(reply)[6], '2');
+  ASSERT_EQ(exchange(kRootProbe), 0);
+  EXPECT_EQ(replyData()[6], '2');
   command("wake 1", "# ald 1 awake");
-  EXPECT_EQ(exchange(kFirstProbe, reply), hdlc::HDLC_FCS_ERROR);
-  command("quiet 3", "# no ALD '3'");
-  command("jump 1", "# unknown command");
-
-  // Bytes between frames make a frame of their own that fails and is ignored;
-  // two frames in one write are both answered.
-  assign(text("Q1"), 1, 1);
-  assign(text("Q2"), 2, 2);
-  Bytes two = {0x00, 0x11};
-  Bytes rr1 = encoded(packet(1, kRr)), rr2 = encoded(packet(2, kRr));
-  two.insert(two.end(), rr1.begin(), rr1.end());
-  two.insert(two.end(), rr2.begin(), rr2.end());
-  send(two);
-  Bytes first = readFrame(300);
-  if (first.size() <= 6) {
-    Bytes second = readFrame(300);
-    first.insert(first.end(), second.begin(), second.end());
-  }
-  EXPECT_EQ(first.size(), 12u);
-  EXPECT_TRUE(_sim.waitFor("RX 7E 00 11 7E\n# frame not decoded", 1000));
-
-  // End of input leaves the bus running.
-  _sim.sendEof();
-  e2e::sleepMs(100);
-  ASSERT_EQ(exchange(packet(1, kRr), reply), 0);
-
-  std::string out = _sim.plainOutput();
-  EXPECT_EQ(out.rfind("ready /dev/pts/", 0), 0u) << out;
-  size_t frames = 0;
-  size_t start = out.find('\n') + 1;
-  for (size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
-    std::string line = out.substr(start, end - start);
-    if (line.rfind("# ", 0) == 0) continue;
-    EXPECT_TRUE(isFrameLine(line)) << line;
-    ++frames;
-  }
-  EXPECT_GE(frames, 12u);
-  EXPECT_NE(out.find(" RX 7E FF BF 81 F0 04 01 00 03 00 A6 58 7E\n"), std::string::npos);
-
-  // SIGTERM ends the simulator and takes the link with it.
-  _sim.stop();
-  struct stat st;
-  EXPECT_NE(lstat(kLink, &st), 0);
-}
-
-TEST_F(AldsimTest, PacedOutputTakesAMillisecondPerByte) {
-  ASSERT_NO_FATAL_FAILURE(start({"--pace", "uid=PACED"}));
-  S_HdlcPacket reply;
-  std::vector<long long> times;
-  send(kFirstProbe);
-  Bytes got = readFrame(1000, &times);
-  ASSERT_EQ(HdlcProtocol::decode(got.data(), static_cast<unsigned int>(got.size()), &reply, hdlc::kStructured), 0);
-  ASSERT_GE(got.size(), 20u);
-  EXPECT_GE(times.back() - times.front(), static_cast<long long>(got.size()) - 5);
-}
-
-TEST(AldsimOptions, FilesRandomAldsAndBadInput) {
-  {
-    std::FILE* f = std::fopen("/tmp/alds.txt", "w");
-    ASSERT_NE(f, nullptr);
-    std::fputs("# two from a file\nuid=F1\n\n  uid=0x00FF,subs=3  \n", f);
-    std::fclose(f);
-  }
-  auto listing = [](const std::vector<std::string>& args) {
-    e2e::Child sim;
-    std::vector<std::string> argv = {e2e::binPath("aldsim")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    EXPECT_TRUE(sim.start(argv));
-    EXPECT_TRUE(sim.waitFor("ready ", 5000));
-    size_t mark = sim.mark();
-    sim.send("list\n");
-    EXPECT_TRUE(sim.waitFor("# 4 ", 2000, mark));
-    sim.pump(100);
-    return sim.plainOutput().substr(mark);
-  };
-  std::string a = listing({"--file", "/tmp/alds.txt", "uid=C1", "--random", "1", "--seed", "7"});
-  EXPECT_NE(a.find("# 1 - down 4631\n# 2 - down 00FF\n# 3 - down 4331\n# 4 - down "), std::string::npos) << a;
-  size_t random = a.find("# 4 - down ") + 11;
-  EXPECT_TRUE(isUpperHex(a.substr(random, 38))) << a;
-  EXPECT_EQ(a.substr(random + 38, 1), "\n") << a;
-  EXPECT_EQ(a, listing({"--seed", "7", "--file", "/tmp/alds.txt", "uid=C1", "--random", "1"}));
-  EXPECT_NE(a, listing({"--seed", "8", "--file", "/tmp/alds.txt", "uid=C1", "--random", "1"}));
-
-  for (const char* bad : {"type=2", "uid=0x123", "uid=ABCDEFGHIJKLMNOPQRST", "uid=A,subs=0", "uid=A,colour=red",
-                          "uid=A,silentAt=5-2", "uid=A,badFcs=101", "--bogus"}) {
-    e2e::Child sim;
-    ASSERT_TRUE(sim.start({e2e::binPath("aldsim"), bad}));
-    EXPECT_EQ(sim.waitExit(3000), 2) << bad;
-    EXPECT_NE(sim.output().find("aldsim: "), std::string::npos) << bad;
-  }
-  e2e::Child help;
-  ASSERT_TRUE(help.start({e2e::binPath("aldsim"), "--help"}));
-  EXPECT_EQ(help.waitExit(3000), 0);
-  EXPECT_NE(help.output().find("usage: aldsim"), std::string::npos);
+  EXPECT_EQ(exchange(kRootProbe), kBadFcs);
 }
 
 }  // namespace

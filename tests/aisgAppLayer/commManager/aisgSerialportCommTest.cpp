@@ -1,5 +1,3 @@
-#include "captureStdout.h"
-#include <gtest/gtest.h>
 #include <sys/msg.h>
 
 #include <memory>
@@ -12,12 +10,10 @@ namespace {
 
 class AisgSerialportCommTest : public testing::Test {
  protected:
-  void SetUp() override { _queue = msgget(IPC_PRIVATE, IPC_CREAT | 0600); }
   void TearDown() override {
     _comm.reset();
     msgctl(_queue, IPC_RMID, nullptr);
   }
-  void start() { _comm = std::make_unique<AisgSerialportComm>(_queue); }
   // The next message posted within timeoutMs; empty when none came.
   Bytes posted(int timeoutMs) {
     S_SerialportMsg msg;
@@ -29,79 +25,42 @@ class AisgSerialportCommTest : public testing::Test {
     }
     return Bytes();
   }
-  PtyBus _bus;
-  int _queue = -1;
-  std::unique_ptr<AisgSerialportComm> _comm;
+  Pty _bus{true};
+  int _queue = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+  std::unique_ptr<AisgSerialportComm> _comm{new AisgSerialportComm(_queue)};
 };
 
-TEST_F(AisgSerialportCommTest, AMessageEndsWithSilenceAndHoldsTheFirst384Bytes) {
-  start();
-  const Bytes ua = frame(3, 0x63, 0, 0);
+TEST_F(AisgSerialportCommTest, GathersUntil20MsOfSilenceAndStopsReadingAtItsEnd) {
+  Bytes ua = frame(packetTo(3, 0x63)), burst(385);
   _bus.write(ua);
   _bus.write(ua);
-  EXPECT_EQ(posted(500), Bytes({0x7E, 0x03, 0x73, 0x33, 0x64, 0x7E, 0x7E, 0x03, 0x73, 0x33, 0x64, 0x7E}));
+  EXPECT_EQ(posted(500), hex("7E 03 73 33 64 7E 7E 03 73 33 64 7E"));
   // A pause of more than 20 ms inside a frame cuts it in two.
   _bus.write(Bytes(ua.begin(), ua.begin() + 3));
   e2e::sleepMs(80);
   _bus.write(Bytes(ua.begin() + 3, ua.end()));
   EXPECT_EQ(posted(500), Bytes(ua.begin(), ua.begin() + 3));
   EXPECT_EQ(posted(500), Bytes(ua.begin() + 3, ua.end()));
-
-  Bytes burst(385);
+  // 384 bytes at most; reads into a full buffer still restart the timer, so a trickle holds the
+  // message back. A busy machine can stretch a pause past 20 ms: one of three tries must show it.
   for (size_t i = 0; i < burst.size(); ++i) burst[i] = static_cast<unsigned char>(i * 7 + 0x7D);
-  _bus.write(burst);
-  EXPECT_EQ(posted(500), Bytes(burst.begin(), burst.begin() + 384));
-  // Reads into a full buffer still restart the timer: nothing goes before the silence.
-  _bus.write(burst);
-  for (int i = 0; i < 20; ++i, e2e::sleepMs(4)) _bus.write({0x55});
-  EXPECT_TRUE(posted(0).empty());
-  EXPECT_EQ(posted(500), Bytes(burst.begin(), burst.begin() + 384));
-}
-
-TEST_F(AisgSerialportCommTest, SentFramesAreDumpedWithinTheTraceBuffer) {
-  start();
-  std::string out = captured([this] {
-    Bytes snrm = {0x7E, 0x03, 0x93, 0x3D, 0x83, 0x7E};
-    Bytes longFrame(300, 0xAB);
-    _comm->sendCommandMsg(snrm.data(), 6);
-    _comm->sendCommandMsg(longFrame.data(), 300);
-  });
-  EXPECT_EQ(_bus.receive().size(), 306u);
-  EXPECT_NE(out.find("Rs485 send Data(6).\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("]7E 03 93 3D 83 7E \n"), std::string::npos) << out;
-  std::string first80;
-  for (int i = 0; i < 80; ++i) first80 += "AB ";
-  EXPECT_NE(out.find("]" + first80 + "...(300 bytes)\n"), std::string::npos) << out;
-}
-
-TEST_F(AisgSerialportCommTest, APortThatDoesNotOpenIsTriedOnceASecondUntilDestruction) {
-  PtyBus::pointPortAt("/nonexistent/port");
-  std::string out = captured([this] {
-    start();
-    e2e::sleepMs(1500);
-    auto stopping = std::chrono::steady_clock::now();
-    _comm.reset();
-    EXPECT_LT(msSince(stopping), 500);
-  });
-  size_t complaints = 0;
-  for (size_t at = out.find("not init yet"); at != std::string::npos; at = out.find("not init yet", at + 1)) ++complaints;
-  // One from the line settings, then one per try: at 0 and at about 1000 ms.
-  EXPECT_GE(complaints, 2u) << out;
-  EXPECT_LE(complaints, 4u) << out;
-}
-
-TEST_F(AisgSerialportCommTest, DestructionAtAnyPointOfTheSilenceLeavesNothingBehind) {
-  for (int round = 0; round < 6; ++round) {
-    start();
-    _bus.write(frame(3, 0x63, 0, 0));
-    e2e::sleepMs(round * 5);
-    _comm.reset();
+  bool heldBack = false;
+  for (int attempt = 0; attempt < 3 && !heldBack; ++attempt) {
+    _bus.write(burst);
+    for (int i = 0; i < 20; ++i, e2e::sleepMs(4)) _bus.write({0x55});
+    Bytes first = posted(0);
+    heldBack = first.empty();
+    EXPECT_EQ(heldBack ? posted(500) : first, Bytes(burst.begin(), burst.end() - 1));
+    while (!posted(60).empty()) {  // the rest of a try that was cut short
+    }
   }
-  e2e::sleepMs(60);
-  while (!posted(0).empty()) {
-  }
-  _bus.write(frame(3, 0x63, 0, 0));
-  EXPECT_TRUE(posted(100).empty());
+  EXPECT_TRUE(heldBack);
+  _bus.write(ua);  // the end comes while the timer runs, and after it nothing reads the port
+  e2e::sleepMs(5);
+  _comm.reset();
+  _bus.write(ua);
+  pollfd unread = {_bus.slave, POLLIN, 0};
+  EXPECT_EQ(poll(&unread, 1, 100), 1);
 }
 
 }  // namespace

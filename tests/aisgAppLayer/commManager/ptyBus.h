@@ -6,77 +6,66 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <string>
+#include <sstream>
 #include <vector>
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "e2eHarness.h"
 
 using Bytes = std::vector<unsigned char>;
+using Clock = std::chrono::steady_clock;
 
-// A pty pair as the bus: the configured port name links to the slave, and the
-// test plays the ALD on the master. Its own slave descriptor keeps the bus from
-// hanging up when the service closes the port.
-class PtyBus {
- public:
-  static constexpr const char* kPortLink = "/tmp/aisgbus";
-  PtyBus() {
-    char name[128];
-    EXPECT_EQ(openpty(&_master, &_slave, name, nullptr, nullptr), 0);
-    pointPortAt(name);
-    e2e::writeConfig(std::string("PortName ") + kPortLink + "\n");
+inline long msSince(Clock::time_point start) { return long((Clock::now() - start) / std::chrono::milliseconds(1)); }
+
+// Bytes from hex pairs, as "7E 03 93".
+inline Bytes hex(const std::string& text) {
+  Bytes bytes;
+  std::istringstream in(text);
+  for (unsigned int b; in >> std::hex >> b;) bytes.push_back(uint8_t(b));
+  return bytes;
+}
+
+// A pty pair: the code under test opens the slave, the test plays the far end on the
+// master. Its own slave descriptor keeps the line from hanging up when the other side closes.
+struct Pty {
+  int master = -1, slave = -1;
+  char name[128] = {0};
+  explicit Pty(bool isServicePort = false) {
+    EXPECT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+    if (!isServicePort) return;
+    unlink("/tmp/aisgbus");
+    EXPECT_EQ(symlink(name, "/tmp/aisgbus"), 0);
+    e2e::writeConfig("PortName /tmp/aisgbus\n");
   }
-  ~PtyBus() {
-    close(_master);
-    close(_slave);
-  }
-  static void pointPortAt(const char* path) {
-    unlink(kPortLink);
-    EXPECT_EQ(symlink(path, kPortLink), 0);
-  }
-  void write(const Bytes& bytes) { EXPECT_EQ(::write(_master, bytes.data(), bytes.size()), ssize_t(bytes.size())); }
-  // What the service sent: waits up to firstMs for a byte, then reads until 5 ms of quiet.
+  ~Pty() { close(master), close(slave); }
+  void write(const Bytes& b) { EXPECT_EQ(::write(master, b.data(), b.size()), ssize_t(b.size())); }
+  // What the other side sent: up to firstMs for the first byte, then until 5 ms of quiet.
   Bytes receive(int firstMs = 1000) {
     Bytes bytes;
-    pollfd pending = {_master, POLLIN, 0};
     unsigned char chunk[512];
-    for (int wait = firstMs; poll(&pending, 1, wait) > 0; wait = 5) {
-      ssize_t n = read(_master, chunk, sizeof(chunk));
-      if (n <= 0) break;
+    pollfd pending = {master, POLLIN, 0};
+    for (ssize_t n; poll(&pending, 1, bytes.empty() ? firstMs : 5) > 0 && (n = read(master, chunk, 512)) > 0;) {
       bytes.insert(bytes.end(), chunk, chunk + n);
     }
     return bytes;
   }
-
- private:
-  int _master = -1;
-  int _slave = -1;
 };
 
-inline long msSince(std::chrono::steady_clock::time_point start) {
-  return long(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count());
-}
-
-inline S_HdlcPacket packetTo(uint8_t address, uint8_t control, const Bytes& data = {}) {
-  S_HdlcPacket packet{};
-  packet.pollFinal = 1;
-  packet.address = address;
-  packet.control = control;
-  packet.dataLength = uint16_t(data.size());
+inline S_HdlcPacket packetTo(uint8_t address, uint8_t control, const Bytes& data = {}, uint8_t sendNo = 0,
+                             uint8_t receiveNo = 0) {
+  S_HdlcPacket packet{1, sendNo, receiveNo, uint16_t(data.size()), 0, address, control, {}};
   std::copy(data.begin(), data.end(), packet.data);
   return packet;
 }
 
-// A frame as an ALD sends it, with P/F set.
-inline Bytes frame(uint8_t address, uint8_t control, uint8_t sendNo, uint8_t receiveNo, const Bytes& data = {}) {
-  S_HdlcPacket packet = packetTo(address, control, data);
-  packet.sendNo = sendNo;
-  packet.receiveNo = receiveNo;
+// The bytes of a packet, empty when it does not encode; the packet keeps what encode left in it.
+inline Bytes encoded(S_HdlcPacket& packet, int mode = hdlc::kStructured) {
   unsigned char buffer[hdlc::kMaxFrame];
   unsigned int length = 0;
-  HdlcProtocol::encode(&packet, buffer, &length, hdlc::kStructured);
-  return Bytes(buffer, buffer + length);
+  return HdlcProtocol::encode(&packet, buffer, &length, mode) == 0 ? Bytes(buffer, buffer + length) : Bytes();
 }
+inline Bytes frame(S_HdlcPacket packet) { return encoded(packet); }
 
 #endif

@@ -10,21 +10,18 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "../InteractionLayer/interactionTestSupport.h"
 #include "e2eHarness.h"
 
 namespace rel {
 
 const char* const kPort = "/tmp/ttyALD";
 
-inline int occurrences(const std::string& text, const std::string& what, size_t from = 0) {
+inline int occurrences(const std::string& text, const std::string& what) {
   int n = 0;
-  for (size_t at = text.find(what, from); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
   return n;
 }
 
@@ -77,12 +74,6 @@ class Bench : public testing::Test {
     service.send(line + "\n");
     return says(service, text, timeoutMs, mark);
   }
-  // Asks until the ALD of this address answers a layer-7 command through the console.
-  bool answersConsole(int address, int timeoutMs) {
-    return waitUntil([&] { return console("mret_v2 getSubNums " + std::to_string(address), "subUint nums", 1500); },
-                     timeoutMs);
-  }
-
   // Runs a program of the build to its end; its exit status, or -1.
   int runTool(const std::vector<std::string>& argv, std::string* out = nullptr) {
     e2e::Child tool;
@@ -106,38 +97,6 @@ class Bench : public testing::Test {
     pumpFor(ms);
     long used = e2e::cpuTicks(service.pid()) - before;
     return 100.0 * static_cast<double>(used) / static_cast<double>(sysconf(_SC_CLK_TCK)) * 1000.0 / ms;
-  }
-
-  // The simulator's view: the address of each ALD by UID in hexadecimal, "-" for none.
-  std::map<std::string, std::string> simAddresses() {
-    size_t mark = bus.mark();
-    bus.send("list\n");
-    pumpFor(300);
-    std::map<std::string, std::string> addresses;
-    std::istringstream lines(e2e::stripColours(bus.output().substr(mark)));
-    for (std::string line; std::getline(lines, line);) {
-      std::istringstream words(line);
-      std::string hash, number, address, link, uid;
-      if (words >> hash >> number >> address >> link >> uid && hash == "#" && (link == "up" || link == "down")) {
-        addresses[uid] = address;
-      }
-    }
-    return addresses;
-  }
-
-  // The service's view: the console's listing, address by UID text.
-  std::map<std::string, int> listedAlds() {
-    std::map<std::string, int> alds;
-    size_t mark = service.mark();
-    if (!console("aisg getDevNums", "ALD nums = ")) return alds;
-    pumpFor(300);
-    std::istringstream lines(e2e::stripColours(service.output().substr(mark)));
-    for (std::string line; std::getline(lines, line);) {
-      int address = 0;
-      char uid[64] = {0};
-      if (sscanf(line.c_str(), "addr:%d , type=0x%*x, AISGv2 , uid:%63s", &address, uid) == 2) alds[uid] = address;
-    }
-    return alds;
   }
 
   e2e::Child bus;

@@ -127,18 +127,20 @@ void* AisgSerialportComm::serialportCommThread(void* object) {
   blockCancellation();
   unsigned char buffer[kRevBufferSize];
   memset(buffer, 0, sizeof(buffer));
+  const bool waitsForTheLine = self->_pRs485Adapter->isTerminal();
   TRACE(3, "serialportCommThread start");
   for (;;) {
     TRACE(4, "2020-03 AisgSerialportComm:modualCommThread running .........\n");
     const int count = cancelPoint([&] { return self->_pRs485Adapter->receive(buffer, kRevBufferSize); });
-    if (count <= 0) {
-      // A port that is not open (or hung up) fails again at once: try once a second.
-      cancelPoint([] { return usleep(kPortRetryPauseUs); });
-      continue;
+    if (count > 0) {
+      // Restarted even when the buffer is full: the message ends only with silence.
+      self->resetTimer(kSilenceMs);
+      self->appendReceived(buffer, static_cast<unsigned int>(count));
     }
-    // Restarted even when the buffer is full: the message ends only with silence.
-    self->resetTimer(kSilenceMs);
-    self->appendReceived(buffer, static_cast<unsigned int>(count));
+    // A port that is not open (or hung up) fails again at once, and a file that is no
+    // terminal answers at once, with nothing or without end (/dev/zero): read either
+    // once a second.
+    if (count <= 0 || !waitsForTheLine) cancelPoint([] { return usleep(kPortRetryPauseUs); });
   }
   return nullptr;
 }

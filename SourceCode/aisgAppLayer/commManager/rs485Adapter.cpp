@@ -132,6 +132,8 @@ int Rs485Adapter::getConfig(S_UartConfig&) {
   return 0;
 }
 
+bool Rs485Adapter::isTerminal() const { return isOpen() && isatty(_fd) == 1; }
+
 int Rs485Adapter::send(unsigned char* buffer, unsigned int length) {
   if (!isOpen()) {
     puts(kNotInit);

@@ -24,6 +24,8 @@ class Rs485Adapter {
   int receive(unsigned char* buffer, unsigned int length);
 
   bool isOpen() const { return _fd > 0; }
+  // Only a terminal makes receive wait for the line; any other file answers at once.
+  bool isTerminal() const;
 
  private:
   int _fd;

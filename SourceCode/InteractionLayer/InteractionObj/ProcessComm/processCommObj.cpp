@@ -12,13 +12,20 @@
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 #include "utility/debugTrace.h"
 
+namespace {
+
+// Opened, never re-created: requests that waited before the start get served. Opened
+// again after a failed receive and before each reply, since the peer may remove a
+// queue and make a new one of the same key, which must then be served.
+int openPeerQueue(int key) { return msgget(key, IPC_CREAT | 0666); }
+
+}  // namespace
+
 ProcessCommObj::ProcessCommObj()
     : _threadId(), _pMsgBuffer(nullptr), _pMsgCommandManager(nullptr), _commandMsgId(-1), _responseMsgId(-1) {
   _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
-  // Opened, never re-created: requests that waited before the start get served.
-  ConfigFile* config = ConfigFile::getInstance();
-  _commandMsgId = msgget(config->_commandMsgKey, IPC_CREAT | 0666);
-  _responseMsgId = msgget(config->_responseMsgKey, IPC_CREAT | 0666);
+  _commandMsgId = openPeerQueue(ConfigFile::getInstance()->_commandMsgKey);
+  _responseMsgId = openPeerQueue(ConfigFile::getInstance()->_responseMsgKey);
   createThread();
 }
 
@@ -30,6 +37,7 @@ ProcessCommObj::~ProcessCommObj() {
 void ProcessCommObj::attach(MsgCommandManagerInterface* manager) { _pMsgCommandManager = manager; }
 
 int ProcessCommObj::sendResponseMsg(unsigned char* msg, int length) {
+  _responseMsgId = openPeerQueue(ConfigFile::getInstance()->_responseMsgKey);
   clearMsg(_responseMsgId);
   int size = std::min(std::max(length, static_cast<int>(kRecordTypeSize)), static_cast<int>(interaction::kMsgSize));
   return msgcheckAndsnd(_responseMsgId, msg, static_cast<std::size_t>(size) - kRecordTypeSize, 0);
@@ -67,7 +75,10 @@ void* ProcessCommObj::processCommThread(void* object) {
   for (;;) {
     TRACE(4, "processCommThread wait msg = %d!\n", self->_commandMsgId);
     ssize_t n = interaction::receiveMsg(self->_commandMsgId, self->_pMsgBuffer);
-    if (n < 0) continue;
+    if (n < 0) {
+      self->_commandMsgId = openPeerQueue(ConfigFile::getInstance()->_commandMsgKey);
+      continue;
+    }
     setRecordType(self->_pMsgBuffer, E_INTERACTION_MSG_MPLANE);
     self->sendCommand(self->_pMsgBuffer, static_cast<int>(n));
   }

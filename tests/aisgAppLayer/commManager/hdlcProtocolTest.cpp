@@ -113,7 +113,7 @@ TEST(HdlcProtocolTest, DecodeBoundaries) {
     packet.value.dataLength = 17;
     EXPECT_EQ(captured([&] { EXPECT_EQ(decode(c.wire, packet.value), c.result); }), c.out);
     EXPECT_TRUE(packet.intact());
-    EXPECT_EQ(packet.value.dataLength, c.dataLength);
+    EXPECT_EQ(+packet.value.dataLength, c.dataLength);
     EXPECT_TRUE(c.result == 0 || (packet.value.sendNo == 0xFF && packet.value.receiveNo == 0xFF));
   }
 }

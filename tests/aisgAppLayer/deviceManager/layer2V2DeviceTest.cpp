@@ -48,10 +48,10 @@ class Layer2V2DeviceTest : public testing::Test {
     info_.address = 77;
     info_.status = ASSIGNING;
     info_.uidLength = static_cast<uint8_t>(uid.size());
-    memcpy(info_.uid, uid.data(), uid.size());
+    std::copy(uid.begin(), uid.end(), info_.uid);
     S_UidScanUintV2_t step{};
     step.uidLength = info_.uidLength;
-    memcpy(step.uid, uid.data(), uid.size());
+    std::copy(uid.begin(), uid.end(), step.uid);
     step.mask[0] = mask;
     bus_.sent.clear();
     bus_.times.clear();

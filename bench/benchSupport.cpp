@@ -31,20 +31,6 @@ void sleepMs(double milliseconds) {
   }
 }
 
-std::string binPath(const std::string& program) { return std::string(PK_BIN_DIR) + "/" + program; }
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void writeConfig(const std::string& text) {
-  std::ofstream out("/mnt/curflash/currsw/oridata/aisg.bin", std::ios::binary | std::ios::trunc);
-  out << text;
-}
-
 void report(const std::string& key, const std::string& value) {
   // The library traces on the same stdout; the driver keeps only lines that begin with '@'.
   printf("\n@%s %s\n", key.c_str(), value.c_str());
@@ -238,17 +224,8 @@ double floorAtPollMs(double readyMs) { return kPollPeriodMs * std::ceil(readyMs 
 double floorAtMeanPollMs(double readyMs) { return readyMs + kPollMeanMs; }
 
 double cpuSeconds(pid_t pid) {
-  std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
-  size_t close = stat.rfind(')');
-  if (close == std::string::npos) return -1.0;
-  std::istringstream fields(stat.substr(close + 2));
-  std::string field;
-  double ticks = 0;
-  // State is field 3; utime and stime are fields 14 and 15, and count the threads that ended too.
-  for (int i = 3; i <= 15 && fields >> field; ++i) {
-    if (i == 14 || i == 15) ticks += std::stod(field);
-  }
-  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+  long ticks = e2e::cpuTicks(pid);
+  return ticks < 0 ? -1.0 : static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 long statusKib(pid_t pid, const std::string& field) {

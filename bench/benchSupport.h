@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "e2eHarness.h"
+
 namespace bench {
 
 // One byte on the AISG wire: 10 bits at 9600 baud.
@@ -31,10 +33,10 @@ constexpr const char* kBusLink = "/tmp/ttyALD";
 
 double nowMs();
 void sleepMs(double milliseconds);
-std::string binPath(const std::string& program);
-std::string readFile(const std::string& path);
+using e2e::binPath;
+using e2e::readFile;
 // Writes the service's configuration file (the sandbox's own).
-void writeConfig(const std::string& text);
+using e2e::writeConfig;
 
 // A result line for the driver: "@key value".
 void report(const std::string& key, const std::string& value);

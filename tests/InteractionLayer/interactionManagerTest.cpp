@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "InteractionLayer/interactionManager.h"
-#include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "interactionTestSupport.h"
 
@@ -13,267 +12,164 @@ namespace {
 
 using itest::Bytes;
 
+constexpr int kConsole = E_INTERACTION_MSG_COMMAND_LINE, kMPlane = E_INTERACTION_MSG_MPLANE;
 const char* const kTooShort = "Command msg is incorrect,the size less then minsize.";
 const char* const kBadPacket = "The HDLC packet is incorrect.";
-
-// A failure reply: result 0, the text zero-filled to the end of errorInfo, every other byte as requested.
-void expectFailure(const S_InteractionMsg& request, const S_InteractionMsg& reply, const std::string& text) {
-  EXPECT_EQ(reply.result, 0);
-  EXPECT_EQ(itest::errorText(reply), text);
-  for (size_t i = text.size(); i < sizeof(reply.errorInfo); ++i) ASSERT_EQ(reply.errorInfo[i], 0) << i;
-  const unsigned char* a = reinterpret_cast<const unsigned char*>(&request);
-  const unsigned char* b = reinterpret_cast<const unsigned char*>(&reply);
-  EXPECT_EQ(memcmp(a, b, offsetof(S_InteractionMsg, result)), 0);
-  size_t counters = offsetof(S_InteractionMsg, crcErrorCount);
-  EXPECT_EQ(memcmp(a + counters, b + counters, sizeof(S_InteractionMsg) - counters), 0);
-}
-
-class InteractionServicesTest : public testing::Test {
- protected:
-  void SetUp() override {
-    _manager = InteractionManager::getInstance();
-    _response = itest::openQueue(itest::kResponseKey);
-  }
-  void TearDown() override { AldDeviceContainer::getInstance()->clear(); }
-
-  // Runs the console service on a copy of request and checks the failure it answers.
-  void expectConsoleFailure(const S_InteractionMsg& request, unsigned int size, const std::string& text) {
-    S_InteractionMsg msg = request;
-    _manager->messageProcessingService(&msg, size);
-    expectFailure(request, msg, text);
-  }
-
-  // Runs the M-Plane service and checks the failure reply on the response queue and its text size.
-  void expectMPlaneFailure(const S_InteractionMsg& request, unsigned int size, const std::string& text,
-                           ssize_t replyText) {
-    S_InteractionMsg msg = request;
-    _manager->messageProcessingMPlaneService(&msg, size);
-    S_InteractionMsg reply;
-    memset(&reply, 0, sizeof(reply));
-    ASSERT_EQ(itest::receive(_response, &reply, 0), replyText) << text;
-    EXPECT_EQ(memcmp(&reply, &msg, static_cast<size_t>(replyText) + kRecordTypeSize), 0);
-    expectFailure(request, msg, text);
-    EXPECT_EQ(itest::queuedMessages(_response), 0);
-  }
-
-  InteractionManager* _manager = nullptr;
-  int _response = -1;
-};
-
-TEST_F(InteractionServicesTest, ConsoleRequestsRefusedBeforeTheBus) {
-  Bytes frame = itest::iFrame(9, {0x82, 0x01, 0x00, 0x01});
-  S_InteractionMsg good = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 0x5A, frame);
-  expectConsoleFailure(good, 150, kTooShort);
-  expectConsoleFailure(good, 0, kTooShort);
-  expectConsoleFailure(good, 151, "Not find ALD[addr=9].");
-
-  S_InteractionMsg empty = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 1, {});
-  expectConsoleFailure(empty, 151, kBadPacket);
-  S_InteractionMsg beyond = good;
-  beyond.dataLength = 1501;
-  expectConsoleFailure(beyond, 1646, kBadPacket);
-  beyond.dataLength = 0xFFFFFFFF;
-  expectConsoleFailure(beyond, 1646, kBadPacket);
-  S_InteractionMsg badFcs = good;
-  badFcs.data[frame.size() - 2] ^= 0x01;
-  expectConsoleFailure(badFcs, 160, kBadPacket);
-  // Well framed and within the data field, but too long for a frame once unstuffed.
-  Bytes tooLong(300, 0x11);
-  tooLong.front() = 0x7E;
-  tooLong.back() = 0x7E;
-  expectConsoleFailure(itest::request(E_INTERACTION_MSG_COMMAND_LINE, 2, tooLong), 450, kBadPacket);
-}
-
-TEST_F(InteractionServicesTest, ConsoleRequestForAnAldThatIsNotRunning) {
-  AldDevice ald;
-  ald.address = 4;
-  ald.baseInfo.address = 4;
-  ald.baseInfo.status = ADDRESSED;
-  AldDeviceContainer::getInstance()->attach(&ald);
-  S_InteractionMsg msg = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 3, itest::iFrame(4, {0x88, 0x00, 0x00}));
-  expectConsoleFailure(msg, 200, "ALD is not ready.");
-  ald.baseInfo.status = LOST;
-  expectConsoleFailure(msg, 200, "ALD is not ready.");
-}
-
-TEST_F(InteractionServicesTest, MPlaneRequestsRefusedBeforeTheBusWithTheirReplySizes) {
-  S_InteractionMsg good = itest::request(E_INTERACTION_MSG_MPLANE, 0x77, {0x03, 0x10, 0x88, 0x00, 0x00});
-  // The reply is the received size plus 150 from offset 0, so its text is four bytes less.
-  expectMPlaneFailure(good, 150, kTooShort, 296);
-  expectMPlaneFailure(good, 0, kTooShort, 146);
-
-  S_InteractionMsg addressOnly = itest::request(E_INTERACTION_MSG_MPLANE, 1, {0x03});
-  expectMPlaneFailure(addressOnly, 151, kBadPacket, 297);
-  S_InteractionMsg tooMuch = itest::request(E_INTERACTION_MSG_MPLANE, 2, Bytes(265, 0x11));
-  expectMPlaneFailure(tooMuch, 415, kBadPacket, 561);
-  // 264 bytes fit the packet, but not the wire once every byte is stuffed.
-  S_InteractionMsg stuffed = itest::request(E_INTERACTION_MSG_MPLANE, 3, Bytes(264, 0x7E));
-  expectMPlaneFailure(stuffed, 414, kBadPacket, 560);
-  // Never more than the record.
-  S_InteractionMsg huge = itest::request(E_INTERACTION_MSG_MPLANE, 4, {0x03});
-  huge.dataLength = 0x10000;
-  expectMPlaneFailure(huge, 1646, kBadPacket, 1646);
-}
-
-TEST_F(InteractionServicesTest, AnUnfetchedReplyIsReplacedByTheNext) {
-  S_InteractionMsg first = itest::request(E_INTERACTION_MSG_MPLANE, 1, {0x03, 0x10});
-  S_InteractionMsg second = itest::request(E_INTERACTION_MSG_MPLANE, 2, {0x03, 0x10});
-  _manager->messageProcessingMPlaneService(&first, 100);
-  _manager->messageProcessingMPlaneService(&second, 120);
-  EXPECT_EQ(itest::queuedMessages(_response), 1);
-  S_InteractionMsg reply;
-  EXPECT_EQ(itest::receive(_response, &reply, 0), 266);
-  EXPECT_EQ(reply.reserved, 2);
-}
-
-TEST_F(InteractionServicesTest, RepliesAreRoutedByTheirTypeWord) {
-  S_InteractionMsg msg = itest::request(E_INTERACTION_MSG_MPLANE, 9, {});
-  EXPECT_EQ(_manager->sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(&msg), 2000), 0);
-  S_InteractionMsg reply;
-  EXPECT_EQ(itest::receive(_response, &reply, 0), 1646);
-  // Without the console there is no endpoint for type 2, and none for strangers.
-  msg.msgType = E_INTERACTION_MSG_COMMAND_LINE;
-  EXPECT_EQ(_manager->sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(&msg), 200), 0);
-  msg.msgType = 7;
-  EXPECT_EQ(_manager->sendInteractionResponseMsg(reinterpret_cast<unsigned char*>(&msg), 200), 0);
-  EXPECT_EQ(itest::queuedMessages(_response), 0);
-}
+const char* const kTimeOut = "ALD reply time out.";
+const char* const kBusError = "HDLC bus error.";
 
 // Answers every exchange at once with what the test set, and keeps what it was asked.
-class FakeBus : public InteractionBusInterface {
- public:
+struct FakeBus : InteractionBusInterface {
   int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override {
-    ++exchanges;
-    waitedMs = time;
+    ++exchanges, waitedMs = time;
     if (result == 0 || result == -1) *packet = replyPacket;
     return result;
   }
   int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) override {
-    ++exchanges;
-    waitedMs = time;
+    ++exchanges, waitedMs = time;
     sent.assign(data, data + *length);
-    if (result != 0) return result;
-    std::copy(replyBytes.begin(), replyBytes.end(), data);
-    *length = static_cast<int>(replyBytes.size());
-    return 0;
+    if (result == 0) *length = static_cast<int>(std::copy(replyBytes.begin(), replyBytes.end(), data) - data);
+    return result;
   }
   unsigned int getCrcErrorCount() override { return 101; }
   unsigned int getWithoutStopFlagCount() override { return 102; }
   unsigned int getReceivedOctetsCount() override { return 103; }
 
-  int result = 0;
-  S_HdlcPacket replyPacket{};
-  Bytes replyBytes;
-  Bytes sent;
-  int exchanges = 0;
+  int result = 0, exchanges = 0;
   unsigned int waitedMs = 0;
+  S_HdlcPacket replyPacket{};
+  Bytes replyBytes = {0x7E, 0x03, 0x30, 0x01, 0x02, 0x7E}, sent;  // by default no frame
 };
 
-class InteractionBusOutcomesTest : public InteractionServicesTest {
+// A failure reply: result 0, the text zero-filled to the end of errorInfo, every other byte as requested.
+void expectFailure(const S_InteractionMsg& request, const S_InteractionMsg& reply, const std::string& text) {
+  EXPECT_EQ(reply.result, 0);
+  EXPECT_EQ(std::string(reply.errorInfo, 128), text + std::string(128 - text.size(), '\0'));
+  const char *a = reinterpret_cast<const char*>(&request), *b = reinterpret_cast<const char*>(&reply);
+  EXPECT_EQ(memcmp(a, b, offsetof(S_InteractionMsg, result)), 0);
+  size_t counters = offsetof(S_InteractionMsg, crcErrorCount);
+  EXPECT_EQ(memcmp(a + counters, b + counters, sizeof(S_InteractionMsg) - counters), 0);
+}
+
+// A success reply: the bus's counters, errorInfo and reserved as they came, and the data.
+void expectSuccess(const S_InteractionMsg& request, const S_InteractionMsg& reply, const Bytes& data) {
+  EXPECT_EQ(reply.result, 1);
+  EXPECT_EQ(std::vector<uint32_t>({reply.crcErrorCount, reply.withoutStopFlagCount, reply.receivedOctetsCount}),
+            std::vector<uint32_t>({101, 102, 103}));
+  EXPECT_EQ(memcmp(reply.errorInfo, request.errorInfo, sizeof(reply.errorInfo)), 0);
+  EXPECT_EQ(reply.reserved, request.reserved);
+  EXPECT_EQ(Bytes(reply.data, reply.data + std::min(reply.dataLength, 1500u)), data);
+}
+
+class InteractionServicesTest : public testing::Test {
  protected:
-  void SetUp() override {
-    InteractionServicesTest::SetUp();
-    _manager->setBus(&_bus);
-  }
+  void SetUp() override { _manager->setBus(&_bus); }
   void TearDown() override {
     _manager->setBus(nullptr);
-    InteractionServicesTest::TearDown();
+    AldDeviceContainer::getInstance()->clear();
   }
 
-  // A success reply: the bus's counters, errorInfo as it came.
-  void expectSuccess(const S_InteractionMsg& request, const S_InteractionMsg& reply) {
-    EXPECT_EQ(reply.result, 1);
-    EXPECT_EQ(reply.crcErrorCount, 101u);
-    EXPECT_EQ(reply.withoutStopFlagCount, 102u);
-    EXPECT_EQ(reply.receivedOctetsCount, 103u);
-    EXPECT_EQ(memcmp(reply.errorInfo, request.errorInfo, sizeof(reply.errorInfo)), 0);
-    EXPECT_EQ(reply.reserved, request.reserved);
+  // Serves a copy of request with the service of its type. The reply, and for M-Plane the
+  // text size it had on the response queue (-1 for the console, which has no endpoint here).
+  ssize_t serve(const S_InteractionMsg& request, unsigned int size, S_InteractionMsg* reply) {
+    *reply = request;
+    if (request.msgType == kConsole) {
+      _manager->messageProcessingService(reply, size);
+      return -1;
+    }
+    _manager->messageProcessingMPlaneService(reply, size);
+    S_InteractionMsg queued;
+    ssize_t n = itest::receive(_response, &queued, 0);
+    EXPECT_EQ(memcmp(&queued, reply, static_cast<size_t>(std::max<ssize_t>(n, 0)) + kRecordTypeSize), 0);
+    EXPECT_EQ(itest::queued(_response).first, 0);
+    return n;
   }
 
+  InteractionManager* _manager = InteractionManager::getInstance();
+  int _response = itest::responseQueue();
   FakeBus _bus;
 };
 
-TEST_F(InteractionBusOutcomesTest, ConsoleExchangeResults) {
-  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 0x33, itest::iFrame(0xFF, {0x88, 0x00, 0x00}));
-  _bus.result = -3;
-  expectConsoleFailure(request, 200, "HDLC bus error.");
-  _bus.result = -2;
-  expectConsoleFailure(request, 200, "ALD reply time out.");
-  EXPECT_EQ(_bus.waitedMs, InteractionManager::kConsoleReplyWaitMs);
+TEST_F(InteractionServicesTest, RefusalsAndFailedExchangesWithTheirTextsAndReplySizes) {
+  AldDevice alds[2];  // known, but not RUNNING
+  for (int i = 0; i < 2; ++i) {
+    alds[i].address = alds[i].baseInfo.address = static_cast<uint8_t>(4 + i);
+    alds[i].baseInfo.status = i == 0 ? ADDRESSED : LOST;
+    AldDeviceContainer::getInstance()->attach(&alds[i]);
+  }
+  const Bytes to9 = itest::iFrame(9, {0x82, 0x01, 0x00, 0x01}), toAll = itest::iFrame(0xFF, {0x88, 0x00, 0x00});
+  const Bytes mplane = {0x03, 0x10, 0x88, 0x00, 0x00};
+  Bytes badFcs = to9, longOnceUnstuffed(300, 0x11);
+  badFcs[badFcs.size() - 2] ^= 0x01;
+  longOnceUnstuffed.front() = longOnceUnstuffed.back() = 0x7E;
+  constexpr int kNoBus = 1;         // refused before the bus
+  constexpr int64_t kAsData = -1;  // the data's size as dataLength
+  const struct { int type; Bytes data; int64_t length; unsigned size; int bus; std::string text; ssize_t reply; }
+      cases[] = {
+      {kConsole, to9, kAsData, 150, kNoBus, kTooShort, -1},
+      {kConsole, to9, kAsData, 151, kNoBus, "Not find ALD[addr=9].", -1},
+      {kConsole, {}, kAsData, 151, kNoBus, kBadPacket, -1},
+      {kConsole, to9, 1501, 1646, kNoBus, kBadPacket, -1},
+      {kConsole, to9, 0xFFFFFFFF, 1646, kNoBus, kBadPacket, -1},
+      {kConsole, badFcs, kAsData, 160, kNoBus, kBadPacket, -1},
+      {kConsole, longOnceUnstuffed, kAsData, 450, kNoBus, kBadPacket, -1},
+      {kConsole, itest::iFrame(4, {0x88, 0x00, 0x00}), kAsData, 200, kNoBus, "ALD is not ready.", -1},
+      {kConsole, itest::iFrame(5, {0x88, 0x00, 0x00}), kAsData, 200, kNoBus, "ALD is not ready.", -1},
+      {kConsole, toAll, kAsData, 200, -3, kBusError, -1},  // the broadcast address needs no ALD known
+      {kConsole, toAll, kAsData, 200, -2, kTimeOut, -1},
+      // The M-Plane reply is the received size plus 150 from offset 0, so its text is four bytes less.
+      {kMPlane, mplane, kAsData, 150, kNoBus, kTooShort, 296},
+      {kMPlane, mplane, kAsData, 0, kNoBus, kTooShort, 146},
+      {kMPlane, {0x03}, kAsData, 151, kNoBus, kBadPacket, 297},
+      {kMPlane, Bytes(265, 0x11), kAsData, 415, kNoBus, kBadPacket, 561},
+      {kMPlane, Bytes(264, 0x7E), kAsData, 414, kNoBus, kBadPacket, 560},  // fits the packet, not the wire stuffed
+      {kMPlane, {0x03}, 0x10000, 1646, kNoBus, kBadPacket, 1646},          // never more than the record
+      {kMPlane, mplane, kAsData, 155, -1, kTimeOut, 301},
+      {kMPlane, mplane, kAsData, 155, 0, "receive hdlc data decode failed.", 301},
+      // Sizes a queue never delivers, whose reply size would wrap around past the top.
+      {kMPlane, {0x03, 0x10}, kAsData, 0xFFFFFF6Au, -1, kTimeOut, 1646},
+      {kMPlane, {0x03, 0x10}, kAsData, 0xFFFFFFFFu, -1, kTimeOut, 1646},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    S_InteractionMsg request = itest::request(c.type, static_cast<uint8_t>(&c - cases), c.data), reply;
+    if (c.length != kAsData) request.dataLength = static_cast<uint32_t>(c.length);
+    _bus.result = c.bus, _bus.exchanges = 0, _bus.waitedMs = 0;
+    EXPECT_EQ(serve(request, c.size, &reply), c.reply);
+    expectFailure(request, reply, c.text);
+    EXPECT_EQ(_bus.exchanges, c.bus == kNoBus ? 0 : 1);
+    EXPECT_EQ(_bus.waitedMs, c.bus == kNoBus      ? 0
+                             : c.type == kConsole ? InteractionManager::kConsoleReplyWaitMs
+                                                  : InteractionManager::kMPlaneReplyWaitMs);
+  }
+}
 
-  // A reply, from the target or from another address, goes back as a frame on the wire.
-  Bytes answer = {0x88, 0x02, 0x00, 0x00, 0x02};
-  _bus.replyPacket.address = 5;
-  _bus.replyPacket.control = 0x10;
-  _bus.replyPacket.pollFinal = 1;
+TEST_F(InteractionServicesTest, RepliesFromTheBus) {
+  // A console reply, from the target or another address, goes back as a frame on the wire.
+  const Bytes answer = {0x88, 0x02, 0x00, 0x00, 0x02};
+  _bus.replyPacket.address = 5, _bus.replyPacket.pollFinal = 1;
   _bus.replyPacket.dataLength = static_cast<uint16_t>(answer.size());
   std::copy(answer.begin(), answer.end(), _bus.replyPacket.data);
-  Bytes frame = itest::iFrame(5, answer);
+  S_InteractionMsg request = itest::request(kConsole, 0x33, itest::iFrame(0xFF, {0x88, 0x00, 0x00})), reply;
   for (int result : {0, -1}) {
     _bus.result = result;
-    S_InteractionMsg msg = request;
-    _manager->messageProcessingService(&msg, 200);
-    expectSuccess(request, msg);
-    ASSERT_EQ(msg.dataLength, frame.size());
-    EXPECT_EQ(Bytes(msg.data, msg.data + frame.size()), frame);
+    serve(request, 200, &reply);
+    expectSuccess(request, reply, itest::iFrame(5, answer));
   }
-  EXPECT_EQ(_bus.exchanges, 4) << "the broadcast address goes to the bus with no ALD known";
-}
-
-TEST_F(InteractionBusOutcomesTest, ConsoleReplyTooLongToStuffAgainIsABusError) {
-  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_COMMAND_LINE, 1, itest::iFrame(0xFF, {0x88, 0x00, 0x00}));
-  _bus.result = 0;
-  _bus.replyPacket.address = 1;
+  // One too long to stuff again is a bus error, with no half-written success behind.
   _bus.replyPacket.dataLength = hdlc::kMaxDataLength;
   memset(_bus.replyPacket.data, 0x7E, hdlc::kMaxDataLength);
-  expectConsoleFailure(request, 200, "HDLC bus error.");
-}
+  serve(request, 200, &reply);
+  expectFailure(request, reply, kBusError);
 
-TEST_F(InteractionBusOutcomesTest, MPlaneExchangeResults) {
-  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_MPLANE, 0x44, {0x03, 0x10, 0x88, 0x00, 0x00});
-  _bus.result = -1;
-  expectMPlaneFailure(request, 155, "ALD reply time out.", 301);
-  EXPECT_EQ(_bus.waitedMs, InteractionManager::kMPlaneReplyWaitMs);
-  // What went out is the request as a transparent frame, control byte untouched.
-  S_HdlcPacket sent;
-  memset(&sent, 0, sizeof(sent));
-  ASSERT_EQ(HdlcProtocol::decode(_bus.sent.data(), static_cast<unsigned int>(_bus.sent.size()), &sent,
-                                 hdlc::kTransparent), 0);
-  EXPECT_EQ(sent.address, 0x03);
-  EXPECT_EQ(sent.control, 0x10);
-  EXPECT_EQ(Bytes(sent.data, sent.data + sent.dataLength), Bytes({0x88, 0x00, 0x00}));
-
+  // M-Plane: the request goes out as a transparent frame, control byte untouched; the reply
+  // comes back as address, control and data, in a record whose size follows the request.
+  request = itest::request(kMPlane, 0x44, {0x03, 0x10, 0x88, 0x00, 0x00});
   _bus.result = 0;
-  _bus.replyBytes = {0x7E, 0x03, 0x30, 0x01, 0x02, 0x7E};
-  expectMPlaneFailure(request, 155, "receive hdlc data decode failed.", 301);
-
-  // The reply's size follows the request, not the reply.
-  S_HdlcPacket answer;
-  memset(&answer, 0, sizeof(answer));
-  answer.address = 0x03;
-  answer.control = 0x30;
-  const Bytes info = {0x88, 0x02, 0x00, 0x00};
-  answer.dataLength = static_cast<uint16_t>(info.size());
-  std::copy(info.begin(), info.end(), answer.data);
-  unsigned char frame[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  ASSERT_EQ(HdlcProtocol::encode(&answer, frame, &length, hdlc::kTransparent), 0);
-  _bus.replyBytes.assign(frame, frame + length);
-  S_InteractionMsg msg = request;
-  _manager->messageProcessingMPlaneService(&msg, 155);
-  S_InteractionMsg reply;
-  memset(&reply, 0, sizeof(reply));
-  ASSERT_EQ(itest::receive(_response, &reply, 0), 301);
-  expectSuccess(request, reply);
-  ASSERT_EQ(reply.dataLength, 6u);
-  EXPECT_EQ(Bytes(reply.data, reply.data + 6), Bytes({0x03, 0x30, 0x88, 0x02, 0x00, 0x00}));
-}
-
-TEST_F(InteractionBusOutcomesTest, NoReceivedSizeMakesAReplyShorterThanItsHeader) {
-  S_InteractionMsg request = itest::request(E_INTERACTION_MSG_MPLANE, 5, {0x03, 0x10});
-  _bus.result = -1;
-  // Sizes a queue never delivers, whose reply size would wrap around past the top.
-  for (unsigned int size : {0xFFFFFF6Au, 0xFFFFFFFFu}) expectMPlaneFailure(request, size, "ALD reply time out.", 1646);
+  _bus.replyBytes = {0x7E, 0x03, 0x30, 0x88, 0x02, 0x00, 0x00, 0x2D, 0x52, 0x7E};
+  EXPECT_EQ(serve(request, 155, &reply), 301);
+  EXPECT_EQ(_bus.sent, Bytes({0x7E, 0x03, 0x10, 0x88, 0x00, 0x00, 0x34, 0xDB, 0x7E}));
+  expectSuccess(request, reply, {0x03, 0x30, 0x88, 0x02, 0x00, 0x00});
 }
 
 }  // namespace

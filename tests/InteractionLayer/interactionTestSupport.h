@@ -1,15 +1,14 @@
 #ifndef PK_TESTS_INTERACTION_TEST_SUPPORT_H
 #define PK_TESTS_INTERACTION_TEST_SUPPORT_H
 
-// Records and queue helpers for the interaction layer's tests.
-
-#include <sys/ipc.h>
+// Records, queues and frames for the interaction layer's tests.
 #include <sys/msg.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "InteractionLayer/interactionMsg.h"
@@ -20,25 +19,19 @@ namespace itest {
 
 using Bytes = std::vector<uint8_t>;
 
-// The default keys of the two queues to the M-Plane service.
-constexpr key_t kCommandKey = 0x400004;
-constexpr key_t kResponseKey = 0x400005;
-
-inline int openQueue(key_t key) { return msgget(key, IPC_CREAT | 0666); }
+// The two queues to the M-Plane service, under their default keys.
+inline int commandQueue() { return msgget(0x400004, IPC_CREAT | 0666); }
+inline int responseQueue() { return msgget(0x400005, IPC_CREAT | 0666); }
 
 // A request with recognisable bytes in every field the services must leave alone.
 inline S_InteractionMsg request(int32_t type, uint8_t reserved, const Bytes& data) {
-  S_InteractionMsg msg;
-  memset(&msg, 0, sizeof(msg));
-  msg.msgType = type;
-  msg.reserved = reserved;
+  S_InteractionMsg msg{};
+  msg.msgType = type, msg.reserved = reserved;
   memset(msg.errorInfo, 'e', sizeof(msg.errorInfo));
-  msg.crcErrorCount = 11;
-  msg.withoutStopFlagCount = 22;
-  msg.receivedOctetsCount = 33;
+  msg.crcErrorCount = 11, msg.withoutStopFlagCount = 22, msg.receivedOctetsCount = 33;
   msg.dataLength = static_cast<uint32_t>(data.size());
   for (size_t i = 0; i < sizeof(msg.data); ++i) msg.data[i] = static_cast<uint8_t>(0xA0 + i);
-  if (!data.empty()) memcpy(msg.data, data.data(), data.size());
+  std::copy(data.begin(), data.end(), msg.data);
   return msg;
 }
 
@@ -51,22 +44,23 @@ inline ssize_t receive(int msgId, S_InteractionMsg* out, int timeoutMs) {
   }
 }
 
-inline int queuedMessages(int msgId) {
+// The number of messages on a queue, and the bytes of text they hold together.
+inline std::pair<int, long> queued(int msgId) {
   struct msqid_ds state;
-  if (msgctl(msgId, IPC_STAT, &state) != 0) return -1;
-  return static_cast<int>(state.msg_qnum);
+  if (msgctl(msgId, IPC_STAT, &state) != 0) return {-1, -1};
+  return {static_cast<int>(state.msg_qnum), static_cast<long>(state.msg_cbytes)};
 }
 
-inline std::string errorText(const S_InteractionMsg& msg) {
-  return std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
+// Type word, reserved byte and error text of a reply, as "1 66 text".
+inline std::string summary(const S_InteractionMsg& msg) {
+  return std::to_string(msg.msgType) + " " + std::to_string(msg.reserved) + " " +
+         std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
 }
 
-// A structured I-frame to address with the given layer-7 bytes, as the console sends it.
-inline Bytes iFrame(uint8_t address, const Bytes& data) {
-  S_HdlcPacket packet;
-  memset(&packet, 0, sizeof(packet));
-  packet.pollFinal = 1;
-  packet.address = address;
+// A structured frame with the poll bit: an I-frame with these layer-7 bytes, as the console sends it.
+inline Bytes iFrame(uint8_t address, const Bytes& data, uint8_t control = 0x00) {
+  S_HdlcPacket packet{};
+  packet.pollFinal = 1, packet.address = address, packet.control = control;
   std::copy(data.begin(), data.end(), packet.data);
   packet.dataLength = static_cast<uint16_t>(data.size());
   unsigned char frame[hdlc::kMaxFrame];

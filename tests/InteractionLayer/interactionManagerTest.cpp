@@ -58,7 +58,8 @@ void expectSuccess(const S_InteractionMsg& request, const S_InteractionMsg& repl
             std::vector<uint32_t>({101, 102, 103}));
   EXPECT_EQ(memcmp(reply.errorInfo, request.errorInfo, sizeof(reply.errorInfo)), 0);
   EXPECT_EQ(reply.reserved, request.reserved);
-  EXPECT_EQ(Bytes(reply.data, reply.data + std::min(reply.dataLength, 1500u)), data);
+  const uint32_t length = reply.dataLength;  // a copy: the packed field is not aligned
+  EXPECT_EQ(Bytes(reply.data, reply.data + std::min(length, 1500u)), data);
 }
 
 class InteractionServicesTest : public testing::Test {

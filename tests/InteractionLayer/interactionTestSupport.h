@@ -52,9 +52,13 @@ inline std::pair<int, long> queued(int msgId) {
 }
 
 // Type word, reserved byte and error text of a reply, as "1 66 text".
+// The error text of a reply, up to its terminator.
+inline std::string errorText(const S_InteractionMsg& msg) {
+  return std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
+}
+
 inline std::string summary(const S_InteractionMsg& msg) {
-  return std::to_string(msg.msgType) + " " + std::to_string(msg.reserved) + " " +
-         std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
+  return std::to_string(msg.msgType) + " " + std::to_string(msg.reserved) + " " + errorText(msg);
 }
 
 // A structured frame with the poll bit: an I-frame with these layer-7 bytes, as the console sends it.

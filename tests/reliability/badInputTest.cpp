@@ -35,8 +35,8 @@ class BadInputTest : public rel::Bench {
  protected:
   void SetUp() override { openQueues(); }
   void openQueues() {
-    _command = itest::openQueue(itest::kCommandKey);
-    _response = itest::openQueue(itest::kResponseKey);
+    _command = itest::commandQueue();
+    _response = itest::responseQueue();
     ASSERT_GE(_command, 0);
     ASSERT_GE(_response, 0);
   }

@@ -15,8 +15,8 @@
 namespace {
 
 // Opened, never re-created: requests that waited before the start get served. Opened
-// again after a failed receive and before each reply, since the peer may remove a
-// queue and make a new one of the same key, which must then be served.
+// again after a failed receive or send, since the peer may remove a queue and make a
+// new one of the same key, which must then be served.
 int openPeerQueue(int key) { return msgget(key, IPC_CREAT | 0666); }
 
 }  // namespace
@@ -37,10 +37,18 @@ ProcessCommObj::~ProcessCommObj() {
 void ProcessCommObj::attach(MsgCommandManagerInterface* manager) { _pMsgCommandManager = manager; }
 
 int ProcessCommObj::sendResponseMsg(unsigned char* msg, int length) {
-  _responseMsgId = openPeerQueue(ConfigFile::getInstance()->_responseMsgKey);
-  clearMsg(_responseMsgId);
   int size = std::min(std::max(length, static_cast<int>(kRecordTypeSize)), static_cast<int>(interaction::kMsgSize));
-  return msgcheckAndsnd(_responseMsgId, msg, static_cast<std::size_t>(size) - kRecordTypeSize, 0);
+  const std::size_t text = static_cast<std::size_t>(size) - kRecordTypeSize;
+  clearMsg(_responseMsgId);
+  int result = msgcheckAndsnd(_responseMsgId, msg, text, 0);
+  // Right after clearMsg only a removed queue refuses: the peer may have made it anew.
+  int reopened = result < 0 ? openPeerQueue(ConfigFile::getInstance()->_responseMsgKey) : _responseMsgId;
+  if (reopened != _responseMsgId) {
+    _responseMsgId = reopened;
+    clearMsg(_responseMsgId);
+    result = msgcheckAndsnd(_responseMsgId, msg, text, 0);
+  }
+  return result;
 }
 
 int ProcessCommObj::sendCommand(unsigned char* msg, int length) {

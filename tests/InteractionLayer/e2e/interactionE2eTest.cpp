@@ -140,7 +140,7 @@ TEST_F(InteractionE2eTest, MPlaneOnTheQueuesAndThroughMplanectl) {
   ASSERT_EQ(itest::receive(response, &reply, 3000), 297);
   EXPECT_GE(Clock::now() - sent, std::chrono::milliseconds(1000));
   EXPECT_EQ(itest::summary(reply), "1 51 ALD reply time out.");
-  EXPECT_TRUE(_sim.waitFor("RX 7E 01 93", 1000));
+  EXPECT_TRUE(_sim.waitFor("RX 7E 01 93", 3000));
 
   // Two replies that nobody fetched, of 297 and 298 bytes of text: only the newer one is there.
   for (uint8_t reserved : {1, 2}) {

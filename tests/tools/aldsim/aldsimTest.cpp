@@ -155,7 +155,7 @@ TEST_F(AldsimTest, ProbesAssignmentAndReset) {
     EXPECT_EQ(reply_.control, kXid);
     EXPECT_EQ(replyData(), step.data) << &step - steps;
   }
-  EXPECT_TRUE(sim_.waitFor("TX COLLISION 7E FF BF", 1000));
+  EXPECT_TRUE(sim_.waitFor("TX COLLISION 7E FF BF", 3000));
 }
 
 TEST_F(AldsimTest, LinkSetUpPollAndTiltWithSequenceNumbers) {
@@ -187,7 +187,7 @@ TEST_F(AldsimTest, FaultKnobs) {
   ASSERT_NO_FATAL_FAILURE(start({"uid=BAD,badFcs=100", "uid=SIL,silentFrom=3", "uid=SPL,split=60"}));
   // Every reply of BAD fails its FCS, though it is no collision.
   EXPECT_EQ(exchange(aldXid(text("BAD"), kAll)), kBadFcs);
-  ASSERT_TRUE(sim_.waitFor(" TX 7E FF BF", 1000));
+  ASSERT_TRUE(sim_.waitFor(" TX 7E FF BF", 3000));
   EXPECT_EQ(sim_.output().find("COLLISION"), std::string::npos);
   // SIL answers its first two frames only.
   EXPECT_EQ(exchange(aldXid(text("SIL"), kAll)), 0);

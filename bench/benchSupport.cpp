@@ -1,9 +1,7 @@
 #include "benchSupport.h"
 
-#include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -59,17 +57,8 @@ double mean(const std::vector<double>& values) {
 Child::~Child() { stop(); }
 
 bool Child::start(const std::vector<std::string>& argv) {
-  struct termios raw;
-  cfmakeraw(&raw);
-  pid_t pid = forkpty(&_master, nullptr, &raw, nullptr);
+  pid_t pid = e2e::spawnOnPty(argv, &_master);
   if (pid < 0) return false;
-  if (pid == 0) {
-    std::vector<char*> args;
-    for (const std::string& word : argv) args.push_back(const_cast<char*>(word.c_str()));
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
-  }
   _pid = pid;
   _reader = std::thread([this] { gather(); });
   return true;

@@ -104,20 +104,26 @@ Child::~Child() {
   if (_master >= 0) close(_master);
 }
 
-bool Child::start(const std::vector<std::string>& program) {
-  std::vector<std::string> argv = withEmulator(program);
+pid_t spawnOnPty(const std::vector<std::string>& argv, int* master) {
+  std::vector<char*> args;
+  for (const auto& word : argv) args.push_back(const_cast<char*>(word.c_str()));
+  args.push_back(nullptr);
   struct termios raw;
   cfmakeraw(&raw);
-  // Keep output processing off but let the child see lines as typed.
-  pid_t pid = forkpty(&_master, nullptr, &raw, nullptr);
+  pid_t pid = forkpty(master, nullptr, &raw, nullptr);
+  if (pid != 0) return pid;
+  // A starter run in the background has SIGINT ignored, and threads may block signals.
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  for (int sig = 1; sig < NSIG; ++sig) signal(sig, SIG_DFL);
+  execvp(args[0], args.data());
+  _exit(127);
+}
+
+bool Child::start(const std::vector<std::string>& program) {
+  pid_t pid = spawnOnPty(withEmulator(program), &_master);
   if (pid < 0) return false;
-  if (pid == 0) {
-    std::vector<char*> args;
-    for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
-  }
   _pid = pid;
   fcntl(_master, F_SETFL, fcntl(_master, F_GETFL) | O_NONBLOCK);
   return true;

@@ -22,6 +22,12 @@ void writeConfig(const std::string& text);
 // Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::string& path);
 
+// Starts argv (as it stands: no emulator words added) with a pty as its standard
+// input, output and error, in raw mode. Its pid with the pty's master in *master,
+// or -1. The child starts with every signal at its default and none blocked, so
+// that what it does with them is its own, whatever its starter's state.
+pid_t spawnOnPty(const std::vector<std::string>& argv, int* master);
+
 // A child process whose standard input and output (and error) are a pty, so that
 // its stdout is line-buffered as at a console. Output is gathered as it comes.
 class Child {

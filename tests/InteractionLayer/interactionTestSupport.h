@@ -14,10 +14,11 @@
 #include "InteractionLayer/interactionMsg.h"
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "testFrames.h"
 
 namespace itest {
 
-using Bytes = std::vector<uint8_t>;
+using tframes::Bytes;
 
 // The two queues to the M-Plane service, under their default keys.
 inline int commandQueue() { return msgget(0x400004, IPC_CREAT | 0666); }
@@ -63,14 +64,7 @@ inline std::string summary(const S_InteractionMsg& msg) {
 
 // A structured frame with the poll bit: an I-frame with these layer-7 bytes, as the console sends it.
 inline Bytes iFrame(uint8_t address, const Bytes& data, uint8_t control = 0x00) {
-  S_HdlcPacket packet{};
-  packet.pollFinal = 1, packet.address = address, packet.control = control;
-  std::copy(data.begin(), data.end(), packet.data);
-  packet.dataLength = static_cast<uint16_t>(data.size());
-  unsigned char frame[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  HdlcProtocol::encode(&packet, frame, &length, hdlc::kStructured);
-  return Bytes(frame, frame + length);
+  return tframes::frame(tframes::packetTo(address, control, data));
 }
 
 }  // namespace itest

@@ -13,25 +13,18 @@ ConfigFile readConfig(const std::string& text) {
   return ConfigFile(path);
 }
 
-TEST(ConfigFileTest, DefaultsStandWithoutAFile) {
-  ConfigFile config("/tmp/no-such-file");
-  EXPECT_EQ(config._version, "defalut");
-  EXPECT_EQ(config._portName, "/dev/ttyPS1");
-  EXPECT_EQ(config._projectPath, "/mnt/curflash/currsw/app/pylonkeeper");
-  EXPECT_EQ(config._commandMsgKey, 0x400004);
-  EXPECT_EQ(config._responseMsgKey, 0x400005);
-  EXPECT_EQ(config._shareMemKey, 0x400009);
-}
-
-TEST(ConfigFileTest, TheCommentedSampleHoldsTheDefaults) {
-  ConfigFile sample(PK_SOURCE_DIR "/packaging/aisg.bin.sample");
-  ConfigFile none("/tmp/no-such-file");
-  EXPECT_EQ(sample._version, none._version);
-  EXPECT_EQ(sample._portName, none._portName);
-  EXPECT_EQ(sample._projectPath, none._projectPath);
-  EXPECT_EQ(sample._commandMsgKey, none._commandMsgKey);
-  EXPECT_EQ(sample._responseMsgKey, none._responseMsgKey);
-  EXPECT_EQ(sample._shareMemKey, none._shareMemKey);
+// Without a file every default stands, and the commented sample holds exactly them.
+TEST(ConfigFileTest, DefaultsStandWithoutAFileAndInTheCommentedSample) {
+  for (const char* path : {"/tmp/no-such-file", PK_SOURCE_DIR "/packaging/aisg.bin.sample"}) {
+    SCOPED_TRACE(path);
+    ConfigFile config(path);
+    EXPECT_EQ(config._version, "defalut");
+    EXPECT_EQ(config._portName, "/dev/ttyPS1");
+    EXPECT_EQ(config._projectPath, "/mnt/curflash/currsw/app/pylonkeeper");
+    EXPECT_EQ(config._commandMsgKey, 0x400004);
+    EXPECT_EQ(config._responseMsgKey, 0x400005);
+    EXPECT_EQ(config._shareMemKey, 0x400009);
+  }
 }
 
 TEST(ConfigFileTest, KeysInAnyCaseAndNumbersInEveryBase) {

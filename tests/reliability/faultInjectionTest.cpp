@@ -6,27 +6,21 @@
 #include <sstream>
 
 #include "reliabilityBench.h"
+#include "utility/hexText.h"
 
 namespace {
 
 const char* const kReset = "RX 7E FF BF 81 F0 02 07 00";
 
-// The bytes of text in hexadecimal, each behind the separator.
+// The bytes of text in hexadecimal, with the separator between them.
 std::string hexOf(const std::string& text, const char* separator = "") {
-  std::string hex;
-  char pair[3];
-  for (unsigned char c : text) {
-    snprintf(pair, sizeof(pair), "%02X", c);
-    hex += separator;
-    hex += pair;
-  }
-  return hex;
+  return hexText(reinterpret_cast<const unsigned char*>(text.data()), text.size(), separator);
 }
 
 // The start of the frame that gives this UID its address, as the simulator logs it.
 std::string assignmentOf(const std::string& uid) {
   const std::string head = {static_cast<char>(uid.size() + 5), 0x01, static_cast<char>(uid.size())};
-  return "RX 7E FF BF 81 F0" + hexOf(head + uid, " ") + " 02 01";
+  return "RX 7E FF BF 81 F0 " + hexOf(head + uid, " ") + " 02 01";
 }
 
 class FaultInjectionTest : public rel::Bench {

@@ -1,6 +1,7 @@
 #include "aldBus.h"
 
 #include "aisgAppLayer/deviceManager/layer2Device/aisgFrame.h"
+#include "utility/hexText.h"
 
 #include <cstdio>
 #include <cstring>
@@ -237,12 +238,8 @@ void AldBus::command(const std::string& line, std::vector<std::string>& lines) {
       const SimAld& ald = _alds[i];
       std::string text = std::to_string(i + 1) + " " + (ald.address() == 0 ? "-" : std::to_string(ald.address())) +
                          (ald.linkUp() ? " up " : " down ");
-      char hex[3];
-      for (uint8_t byte : ald.config().uid) {
-        snprintf(hex, sizeof(hex), "%02X", byte);
-        text += hex;
-      }
-      lines.push_back(text);
+      const auto& uid = ald.config().uid;
+      lines.push_back(text + hexText(uid.data(), uid.size(), ""));
     }
     return;
   }

@@ -1,5 +1,7 @@
 #include "simLog.h"
 
+#include "utility/hexText.h"
+
 #include <sys/time.h>
 
 #include <cstdio>
@@ -22,10 +24,6 @@ void SimLog::frame(const char* direction, const uint8_t* bytes, size_t length) {
   snprintf(stamp, sizeof(stamp), "%02d:%02d:%02d.%03ld %s", local.tm_hour, local.tm_min, local.tm_sec,
            static_cast<long>(now.tv_usec / 1000), direction);
   std::string text(stamp);
-  char hex[4];
-  for (size_t i = 0; i < length; ++i) {
-    snprintf(hex, sizeof(hex), " %02X", bytes[i]);
-    text += hex;
-  }
+  if (length > 0) text += " " + hexText(bytes, length);
   line(text);
 }

@@ -20,6 +20,7 @@
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 #include "utility/debugTrace.h"
+#include "utility/hexText.h"
 
 namespace {
 
@@ -188,9 +189,8 @@ void printReply(const S_InteractionMsg& reply, ssize_t textSize) {
   printf("dataLength: %u\n", length);
   if (shown >= 1) printf("address: %02X\n", reply.data[0]);
   if (shown >= 2) printf("control: %02X\n", reply.data[1]);
-  printf("info:");
-  for (size_t i = kAddressControl; i < shown; ++i) printf(" %02X", reply.data[i]);
-  printf("\n");
+  const size_t infoLength = shown > kAddressControl ? shown - kAddressControl : 0;
+  printf("info:%s%s\n", infoLength > 0 ? " " : "", hexText(reply.data + kAddressControl, infoLength).c_str());
 }
 
 }  // namespace

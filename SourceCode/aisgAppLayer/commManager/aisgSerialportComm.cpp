@@ -10,14 +10,15 @@
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "utility/debugTrace.h"
+#include "utility/hexText.h"
 #include "utility/notifyTimer.h"
 
 namespace {
 
 constexpr useconds_t kPortRetryPauseUs = 1000000;
-constexpr std::size_t kDumpBufferSize = 256;
-// "%02X " takes three characters a byte: 85 bytes fill the buffer with its terminator.
-constexpr unsigned int kDumpWholeBytes = (kDumpBufferSize - 1) / 3;
+// A dump line keeps to 255 characters, three a byte ("7E "): 85 bytes are shown whole.
+constexpr std::size_t kDumpLineSize = 255;
+constexpr unsigned int kDumpWholeBytes = kDumpLineSize / 3;
 // A longer message shows this many bytes, leaving room for the mark of the cut.
 constexpr unsigned int kDumpCutBytes = 80;
 
@@ -40,15 +41,11 @@ TimerClients& timerClients() {
 
 // The one dump of both directions.
 void traceHexDump(const unsigned char* bytes, unsigned int length) {
-  char text[kDumpBufferSize];
-  memset(text, 0, sizeof(text));
   const unsigned int shown = length <= kDumpWholeBytes ? length : kDumpCutBytes;
-  std::size_t used = 0;
-  for (unsigned int i = 0; i < shown; ++i) {
-    used += snprintf(text + used, sizeof(text) - used, "%02X ", bytes[i]);
-  }
-  if (shown < length) snprintf(text + used, sizeof(text) - used, "...(%u bytes)", length);
-  TRACE(3, "%s\n", text);
+  std::string text = hexText(bytes, shown);
+  if (shown > 0) text += ' ';
+  if (shown < length) text += "...(" + std::to_string(length) + " bytes)";
+  TRACE(3, "%s\n", text.c_str());
 }
 
 }  // namespace

@@ -13,8 +13,9 @@
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "e2eHarness.h"
+#include "testFrames.h"
 
-using Bytes = std::vector<unsigned char>;
+using tframes::Bytes;
 using Clock = std::chrono::steady_clock;
 
 inline long msSince(Clock::time_point start) { return long((Clock::now() - start) / std::chrono::milliseconds(1)); }
@@ -53,19 +54,8 @@ struct Pty {
   }
 };
 
-inline S_HdlcPacket packetTo(uint8_t address, uint8_t control, const Bytes& data = {}, uint8_t sendNo = 0,
-                             uint8_t receiveNo = 0) {
-  S_HdlcPacket packet{1, sendNo, receiveNo, uint16_t(data.size()), 0, address, control, {}};
-  std::copy(data.begin(), data.end(), packet.data);
-  return packet;
-}
-
-// The bytes of a packet, empty when it does not encode; the packet keeps what encode left in it.
-inline Bytes encoded(S_HdlcPacket& packet, int mode = hdlc::kStructured) {
-  unsigned char buffer[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  return HdlcProtocol::encode(&packet, buffer, &length, mode) == 0 ? Bytes(buffer, buffer + length) : Bytes();
-}
-inline Bytes frame(S_HdlcPacket packet) { return encoded(packet); }
+using tframes::encoded;
+using tframes::frame;
+using tframes::packetTo;
 
 #endif

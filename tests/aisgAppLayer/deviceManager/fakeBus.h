@@ -13,41 +13,26 @@
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/deviceCommInterface.h"
+#include "testFrames.h"
+#include "utility/hexText.h"
 
 namespace fake {
 
-using Bytes = std::vector<uint8_t>;
-
-inline std::string hex(const uint8_t* bytes, unsigned int count, const char* separator = "") {
-  static const char digits[] = "0123456789ABCDEF";
-  std::string text;
-  for (unsigned int i = 0; i < count; ++i) {
-    text += (i == 0 ? "" : separator) + std::string{digits[bytes[i] >> 4], digits[bytes[i] & 15]};
-  }
-  return text;
-}
+using tframes::Bytes;
 
 // The frame of a packet as it would go on the wire: "7E 01 93 8D B0 7E".
 inline std::string wire(S_HdlcPacket packet) {
-  unsigned char buffer[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  if (HdlcProtocol::encode(&packet, buffer, &length, hdlc::kStructured) != 0) return "encode failed";
-  return hex(buffer, length, " ");
+  const Bytes bytes = tframes::encoded(packet);
+  return bytes.empty() ? "encode failed" : hexText(bytes.data(), bytes.size());
 }
 
 // A reply as the manager hands it over: the frame with this control byte on the
 // wire, run through the codec in structured mode.
 inline S_HdlcPacket reply(uint8_t address, uint8_t wireControl, const Bytes& data = {}) {
-  S_HdlcPacket frame{};
-  frame.address = address;
-  frame.control = wireControl;
-  frame.dataLength = static_cast<uint16_t>(data.size());
-  if (!data.empty()) memcpy(frame.data, data.data(), data.size());
-  unsigned char buffer[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  EXPECT_EQ(HdlcProtocol::encode(&frame, buffer, &length, hdlc::kTransparent), 0);
+  S_HdlcPacket sent = tframes::packetTo(address, wireControl, data);
+  Bytes bytes = tframes::encoded(sent, hdlc::kTransparent);
   S_HdlcPacket decoded{};
-  EXPECT_EQ(HdlcProtocol::decode(buffer, length, &decoded, hdlc::kStructured), 0);
+  EXPECT_EQ(HdlcProtocol::decode(bytes.data(), static_cast<unsigned int>(bytes.size()), &decoded, hdlc::kStructured), 0);
   return decoded;
 }
 

@@ -15,7 +15,6 @@
 namespace {
 
 using fake::Bytes;
-using fake::hex;
 
 enum Procedure { kLink, kDisc, kPoll, kReset, kHdlc, kAssign, kScan };
 
@@ -25,8 +24,8 @@ std::string describe(const S_HdlcPacket& packet) {
   const uint8_t n = d[4];
   if (packet.control == 0x83) return "snrm " + std::to_string(packet.address);
   if (packet.dataLength == 5 && d[3] == 0x07) return "reset";
-  if (d[5 + n] == 0x03) return "probe " + hex(d + 5, n) + "/" + hex(d + 7 + n, n);
-  return "assign " + hex(d + 5, n) + "->" + std::to_string(d[7 + n]);
+  if (d[5 + n] == 0x03) return "probe " + hexText(d + 5, n, "") + "/" + hexText(d + 7 + n, n, "");
+  return "assign " + hexText(d + 5, n, "") + "->" + std::to_string(d[7 + n]);
 }
 
 class Layer2V2DeviceTest : public testing::Test {
@@ -81,7 +80,7 @@ class Layer2V2DeviceTest : public testing::Test {
   std::string aldAt(uint8_t address) {
     AldDevice* ald = container_->findAldDeviceObj(address);
     if (ald == nullptr) return "none";
-    return hex(ald->baseInfo.uid, ald->baseInfo.uidLength) + " " + std::to_string(ald->getStatus());
+    return hexText(ald->baseInfo.uid, ald->baseInfo.uidLength, "") + " " + std::to_string(ald->getStatus());
   }
 
   Layer2V2Device device_;

@@ -25,6 +25,16 @@ std::string capturedSend(int id, const TestRecord& record, size_t size, int* res
   return testing::internal::GetCapturedStdout();
 }
 
+// One more message is refused: result -1 and the text of `format`, with the queue's id in it.
+void expectRefusal(int id, const TestRecord& record, size_t size, const char* format) {
+  int result = 0;
+  std::string text = capturedSend(id, record, size, &result);
+  EXPECT_EQ(result, -1);
+  char expected[128];
+  snprintf(expected, sizeof(expected), format, id);
+  EXPECT_EQ(text, expected);
+}
+
 int messagesOn(int id) {
   struct msqid_ds state;
   msgctl(id, IPC_STAT, &state);
@@ -84,12 +94,7 @@ TEST(MsgCheckAndSndTest, MessageLimitIsTestedBeforeTheSend) {
   for (int i = 0; i < 99; ++i) ASSERT_EQ(msgcheckAndsnd(id, &record, 0, 0), 0);
   EXPECT_EQ(capturedSend(id, record, 0, &result), "");
   EXPECT_EQ(result, 0) << "99 messages accept one more";
-  std::string text = capturedSend(id, record, 0, &result);
-  EXPECT_EQ(result, -1);
-  char expected[128];
-  snprintf(expected, sizeof(expected),
-           "__msqid 0x%x the number[100] of messages currently on queue >= 100!\n", id);
-  EXPECT_EQ(text, expected);
+  expectRefusal(id, record, 0, "__msqid 0x%x the number[100] of messages currently on queue >= 100!\n");
   EXPECT_EQ(messagesOn(id), 100);
   msgctl(id, IPC_RMID, nullptr);
 }
@@ -109,16 +114,10 @@ TEST(MsgCheckAndSndTest, ByteLimitIsTestedBeforeTheSendAndWinsOverTheCount) {
   EXPECT_EQ(capturedSend(id, record, 200, &result), "");
   EXPECT_EQ(result, 0) << "12999 bytes accept a message of any size";
   // Now 13199 bytes: refused with the bytes message.
-  std::string text = capturedSend(id, record, 1, &result);
-  EXPECT_EQ(result, -1);
-  char expected[128];
-  snprintf(expected, sizeof(expected),
-           "__msqid 0x%x the current number[13199] of bytes on queue >= 13000 !\n", id);
-  EXPECT_EQ(text, expected);
+  expectRefusal(id, record, 1, "__msqid 0x%x the current number[13199] of bytes on queue >= 13000 !\n");
   // Filling up to 100 messages cannot happen: the bytes message is the one printed.
   for (int i = 0; i < 40; ++i) recordSend(id, &record, 0, IPC_NOWAIT);
-  text = capturedSend(id, record, 0, &result);
-  EXPECT_NE(text.find("bytes on queue"), std::string::npos);
+  EXPECT_NE(capturedSend(id, record, 0, &result).find("bytes on queue"), std::string::npos);
   msgctl(id, IPC_RMID, nullptr);
 }
 

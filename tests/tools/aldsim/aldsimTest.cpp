@@ -13,10 +13,11 @@
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "e2eHarness.h"
+#include "testFrames.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using tframes::Bytes;
 
 constexpr char kLink[] = "/tmp/ttyALD";
 constexpr int kNoReply = 1;  // exchange(): nothing came back
@@ -34,18 +35,7 @@ long long nowMs() {
 
 // The frame from the primary, on the wire.
 Bytes frame(uint8_t address, uint8_t control, const Bytes& data = {}, uint8_t sendNo = 0, uint8_t receiveNo = 0) {
-  S_HdlcPacket p{};
-  p.pollFinal = 1;
-  p.address = address;
-  p.control = control;
-  p.sendNo = sendNo;
-  p.receiveNo = receiveNo;
-  p.dataLength = static_cast<uint16_t>(data.size());
-  if (!data.empty()) memcpy(p.data, data.data(), data.size());
-  unsigned char buffer[hdlc::kMaxFrame];
-  unsigned int length = 0;
-  EXPECT_EQ(HdlcProtocol::encode(&p, buffer, &length, hdlc::kStructured), 0);
-  return Bytes(buffer, buffer + length);
+  return tframes::frame(tframes::packetTo(address, control, data, sendNo, receiveNo));
 }
 
 // A broadcast XID of the ALD group with the UID and either a mask (a probe) or a new address.

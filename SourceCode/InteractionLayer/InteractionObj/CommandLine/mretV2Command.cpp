@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "utility/hexText.h"
 
 const S_CommandInfo _mretV2Cmds_table[] = {
     {"calibrate", MretV2Command::__mret_v2_calibrate, "calibrate antenna", "usage: mret_v2 calibrate addr subNo"},
@@ -85,6 +86,19 @@ int buildFrame(uint8_t address, uint8_t procedure, const uint8_t* parameters, ui
   return HdlcProtocol::encode(&packet, frame, frameLength, hdlc::kStructured);
 }
 
+// The address and sub-unit number that a command of `words` words begins with.
+bool parseSubUnit(int argc, char** argv, int words, uint8_t* address, uint8_t* subNo) {
+  return hasWords(argc, words) && parseByte(argv[0], kAddrError, address) && parseByte(argv[1], kSubNoError, subNo);
+}
+
+// A procedure whose only parameter is the sub-unit.
+int subUnitFrame(int argc, char** argv, uint8_t procedure, unsigned char* frame, unsigned int* frameLength) {
+  uint8_t address = 0;
+  uint8_t subNo = 0;
+  if (!parseSubUnit(argc, argv, 2, &address, &subNo)) return -1;
+  return buildFrame(address, procedure, &subNo, 1, frame, frameLength);
+}
+
 // The lines of the two procedures whose reply is a sub-unit and a result.
 void printSubUnitResult(uint8_t address, const uint8_t* data, const char* successLine) {
   printf("ald[%d] subNo[%d]:\n", address, data[3]);
@@ -100,31 +114,18 @@ void printSubUnitResult(uint8_t address, const uint8_t* data, const char* succes
 MretV2Command::MretV2Command() : Command(_mretV2Cmds_table) {}
 
 int MretV2Command::__mret_v2_calibrate(int argc, char** argv, unsigned char* frame, unsigned int* frameLength) {
-  uint8_t address = 0;
-  uint8_t subNo = 0;
-  if (!hasWords(argc, 2) || !parseByte(argv[0], kAddrError, &address) || !parseByte(argv[1], kSubNoError, &subNo)) {
-    return -1;
-  }
-  return buildFrame(address, E_MRET_CALIBRATE, &subNo, 1, frame, frameLength);
+  return subUnitFrame(argc, argv, E_MRET_CALIBRATE, frame, frameLength);
 }
 
 int MretV2Command::__mret_v2_getTilt(int argc, char** argv, unsigned char* frame, unsigned int* frameLength) {
-  uint8_t address = 0;
-  uint8_t subNo = 0;
-  if (!hasWords(argc, 2) || !parseByte(argv[0], kAddrError, &address) || !parseByte(argv[1], kSubNoError, &subNo)) {
-    return -1;
-  }
-  return buildFrame(address, E_MRET_GET_TILT, &subNo, 1, frame, frameLength);
+  return subUnitFrame(argc, argv, E_MRET_GET_TILT, frame, frameLength);
 }
 
 int MretV2Command::__mret_v2_setTilt(int argc, char** argv, unsigned char* frame, unsigned int* frameLength) {
   uint8_t address = 0;
   uint8_t subNo = 0;
   int16_t tenths = 0;
-  if (!hasWords(argc, 3) || !parseByte(argv[0], kAddrError, &address) || !parseByte(argv[1], kSubNoError, &subNo) ||
-      !parseTilt(argv[2], &tenths)) {
-    return -1;
-  }
+  if (!parseSubUnit(argc, argv, 3, &address, &subNo) || !parseTilt(argv[2], &tenths)) return -1;
   uint16_t wire = static_cast<uint16_t>(tenths);
   const uint8_t parameters[] = {subNo, static_cast<uint8_t>(wire & 0xFF), static_cast<uint8_t>(wire >> 8)};
   return buildFrame(address, E_MRET_SET_TILT, parameters, 3, frame, frameLength);
@@ -177,9 +178,7 @@ int MretV2Command::responseAnalyse(unsigned char* frame, unsigned int frameLengt
       }
       break;
     default:
-      printf("reply data = ");
-      for (unsigned int i = 0; i < frameLength; ++i) printf("%02X ", frame[i]);
-      printf("\n");
+      printf("reply data = %s%s\n", hexText(frame, frameLength).c_str(), frameLength > 0 ? " " : "");
       break;
   }
   return 0;

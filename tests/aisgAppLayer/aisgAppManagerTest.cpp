@@ -11,6 +11,7 @@
 #include "InteractionLayer/interactionMsg.h"
 #include "aisgAppLayer/aisgAppManager.h"
 #include "e2eHarness.h"
+#include "serviceBench.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 
 namespace {
@@ -55,30 +56,16 @@ std::string sentKinds(const std::string& log, size_t from = 0) {
   return kinds;
 }
 
-int count(const std::string& kinds, const std::string& kind) {
-  int n = 0;
-  for (size_t at = kinds.find(kind); at != std::string::npos; at = kinds.find(kind, at + 1)) ++n;
-  return n;
-}
-
-class RunMachineTest : public testing::Test {
+class RunMachineTest : public e2e::ServiceBench {
  protected:
-  void TearDown() override {
-    service.stop();
-    bus.stop();
-    // In a sanitizer build the service reports its findings on its output.
-    EXPECT_EQ(service.output().find("Sanitizer"), std::string::npos) << service.plainOutput();
-  }
-
-  void start(std::vector<std::string> alds, bool console) {
-    alds.insert(alds.begin(), {e2e::binPath("aldsim"), "--link", "/tmp/ttyALD"});
-    ASSERT_TRUE(bus.start(alds) && bus.waitFor("ready ", 3000)) << bus.plainOutput();
-    e2e::writeConfig("PortName /tmp/ttyALD\n");
-    std::vector<std::string> argv = {e2e::binPath("pylonkeeper")};
-    if (console) argv.push_back("-c");
-    ASSERT_TRUE(service.start(argv));
+  // The service at its default trace level, on a bus of these ALDs.
+  void start(const std::vector<std::string>& alds, bool console) {
+    startBus(alds);
+    std::vector<std::string> options = {"-l", "3"};
+    if (console) options.push_back("-c");
+    startService(options);
     // The timer starts after every manager is complete; the first cycle comes a second later.
-    ASSERT_TRUE(service.waitFor("Timer::startTimer\n", 5000)) << service.plainOutput();
+    ASSERT_TRUE(says(service, "Timer::startTimer\n", 5000)) << service.plainOutput();
   }
 
   // The status block, read as another process of the board does.
@@ -92,25 +79,11 @@ class RunMachineTest : public testing::Test {
   }
   uint32_t ticks() { return block().tickCount; }
 
-  // Gathers both programs' output (so that neither blocks on a full terminal) until
-  // done() holds or the time is up.
-  bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
-    for (int waited = 0; !done(); waited += 50) {
-      if (waited >= timeoutMs) return false;
-      service.pump(25);
-      bus.pump(25);
-    }
-    return true;
-  }
-  void pumpFor(int ms) { waitUntil([] { return false; }, ms); }
   // The cycles counted in three seconds.
   uint32_t rate() {
     uint32_t before = ticks();
     pumpFor(3000);
     return ticks() - before;
-  }
-  bool says(e2e::Child& child, const char* text, int timeoutMs, size_t from = 0) {
-    return waitUntil([&] { return child.output().find(text, from) != std::string::npos; }, timeoutMs);
   }
   // Waits for an answered poll, then silences the ALD; the log position from then on.
   size_t quietAfterAPoll() {
@@ -119,8 +92,6 @@ class RunMachineTest : public testing::Test {
     return _polled = bus.output().size();
   }
 
-  e2e::Child bus;
-  e2e::Child service;
   size_t _polled = 0;
 };
 
@@ -164,19 +135,19 @@ TEST_F(RunMachineTest, WithAldsTheStepsGoScanBaseInfoPollAndEachAldIsPolledOnceP
   std::vector<uint32_t> steps = {1};
   ASSERT_TRUE(waitUntil([&] {
     if (block().runStep != steps.back()) steps.push_back(block().runStep);
-    return count(sentKinds(bus.output()), "poll1") >= 4;
+    return e2e::occurrences(sentKinds(bus.output()), "poll1") >= 4;
   }, 10000)) << bus.plainOutput();
   EXPECT_EQ(steps, (std::vector<uint32_t>{1, 2, 3}));
   std::string kinds = sentKinds(bus.output());
-  EXPECT_EQ(count(kinds, "reset"), 1);
-  EXPECT_EQ(count(kinds, "snrm"), 2);
+  EXPECT_EQ(e2e::occurrences(kinds, "reset"), 1);
+  EXPECT_EQ(e2e::occurrences(kinds, "snrm"), 2);
   const std::string alternating = "poll1 poll2 poll1 poll2 poll1 poll2 poll1";
   EXPECT_EQ(kinds.substr(kinds.find("poll1"), alternating.size()), alternating);
   // One poll per ALD and cycle.
   uint32_t cycles = ticks();
-  int polls = count(kinds, "poll1");
+  int polls = e2e::occurrences(kinds, "poll1");
   pumpFor(3000);
-  EXPECT_NEAR(count(sentKinds(bus.output()), "poll1") - polls, ticks() - cycles, 1);
+  EXPECT_NEAR(e2e::occurrences(sentKinds(bus.output()), "poll1") - polls, ticks() - cycles, 1);
 }
 
 TEST_F(RunMachineTest, AQuietAldIsPolledFiveTimesThenAssignedItsAddressAgainOrLostAndTheBusScannedAgain) {
@@ -194,7 +165,7 @@ TEST_F(RunMachineTest, AQuietAldIsPolledFiveTimesThenAssignedItsAddressAgainOrLo
   quiet = quietAfterAPoll();
   ASSERT_TRUE(says(bus, kReset, 30000, quiet)) << bus.plainOutput();
   uint32_t scan = ticks();
-  ASSERT_TRUE(waitUntil([&] { return count(sentKinds(bus.output(), quiet), "reset") == 2; }, 5000));
+  ASSERT_TRUE(waitUntil([&] { return e2e::occurrences(sentKinds(bus.output(), quiet), "reset") == 2; }, 5000));
   EXPECT_EQ(ticks() - scan, 1u);
   EXPECT_EQ(sentKinds(bus.output(), quiet).rfind("poll1 poll1 poll1 poll1 poll1 assign assign assign assign assign "
                                                  "reset probe reset", 0), 0u) << sentKinds(bus.output(), quiet);
@@ -207,7 +178,7 @@ TEST_F(RunMachineTest, WithoutItsStatusBlockTheServiceRunsOn) {
   start({}, false);
   ASSERT_TRUE(says(service, "status block 0x400009 not available", 1000)) << service.plainOutput();
   // Every cycle still runs its two alarm checks, which find no block.
-  EXPECT_TRUE(waitUntil([&] { return count(service.output(), "_pShareMem is NULL.") >= 6; }, 4500));
+  EXPECT_TRUE(waitUntil([&] { return e2e::occurrences(service.output(), "_pShareMem is NULL.") >= 6; }, 4500));
   EXPECT_TRUE(service.running());
 }
 

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "../InteractionLayer/interactionTestSupport.h"
-#include "reliabilityBench.h"
+#include "serviceBench.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 
 namespace {
@@ -31,7 +31,7 @@ std::string garbage(size_t length, unsigned int seed) {
   return bytes;
 }
 
-class BadInputTest : public rel::Bench {
+class BadInputTest : public e2e::ServiceBench {
  protected:
   void SetUp() override { openQueues(); }
   void openQueues() {
@@ -121,7 +121,7 @@ TEST_F(BadInputTest, AFloodOfRequestsGetsOneReplyForEachAcceptedAndTheLimitsForT
   char queue[32];
   // The interaction manager's queue, the first that the service makes.
   snprintf(queue, sizeof(queue), "__msqid 0x%x ", msgget(MsgHandlerManager::kFirstMsgKey, 0));
-  int refused = rel::occurrences(service.output(), queue);
+  int refused = e2e::occurrences(service.output(), queue);
   EXPECT_GT(refused, 0) << service.plainOutput();
   EXPECT_EQ(replies, accepted - refused);
   EXPECT_NE(mplaneReply({"FF", "BF", "81F00401000300"}).find("result: 1 (success)"), std::string::npos);

@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "reliabilityBench.h"
+#include "serviceBench.h"
 #include "utility/hexText.h"
 
 namespace {
@@ -23,7 +23,7 @@ std::string assignmentOf(const std::string& uid) {
   return "RX 7E FF BF 81 F0 " + hexOf(head + uid, " ") + " 02 01";
 }
 
-class FaultInjectionTest : public rel::Bench {
+class FaultInjectionTest : public e2e::ServiceBench {
  protected:
   // Asks until the ALD of this address answers a layer-7 command through the console.
   bool answersConsole(int address, int timeoutMs) {
@@ -100,7 +100,7 @@ TEST_F(FaultInjectionTest, OnANoisyBusTheRunMachineKeepsWorkingTheBus) {
   EXPECT_NE(service.output().find("serialport msg decode failed -- ret=-1!"), std::string::npos);
   size_t mark = bus.mark();
   pumpFor(3000);
-  EXPECT_GE(rel::occurrences(bus.output().substr(mark), " RX "), 2) << "frames still go out";
+  EXPECT_GE(e2e::occurrences(bus.output().substr(mark), " RX "), 2) << "frames still go out";
   expectAlive();
 }
 
@@ -114,7 +114,7 @@ TEST_F(FaultInjectionTest, AnAldAwayForAFewSecondsIsAddressedAgain) {
   size_t scanned = bus.mark();
   ASSERT_TRUE(busSays(assignmentOf("BRET2"), 20000, scanned)) << bus.plainOutput();
   ASSERT_TRUE(busSays("TX 7E 02 11", 8000, bus.mark())) << bus.plainOutput();
-  EXPECT_EQ(rel::occurrences(bus.output(), kReset), 1) << bus.plainOutput();
+  EXPECT_EQ(e2e::occurrences(bus.output(), kReset), 1) << bus.plainOutput();
   expectAlive();
   expectEveryAldServed(2);
 }
@@ -144,7 +144,7 @@ TEST_F(FaultInjectionTest, AnAldThatAnswersFromAnotherAddressGoesRoundTheRecover
   size_t first = bus.mark();
   ASSERT_TRUE(busSays(assignmentOf("BRET2"), 20000, first)) << bus.plainOutput();
   ASSERT_TRUE(busSays(assignmentOf("BRET2"), 20000, bus.mark())) << bus.plainOutput();
-  EXPECT_EQ(rel::occurrences(bus.output(), kReset), 1) << "no rescan: " << bus.plainOutput();
+  EXPECT_EQ(e2e::occurrences(bus.output(), kReset), 1) << "no rescan: " << bus.plainOutput();
   expectAlive();
   EXPECT_TRUE(answersConsole(1, 5000));
 }
@@ -179,7 +179,7 @@ TEST_F(FaultInjectionTest, RepliesSplitByAGapFailAndAreCounted) {
   unsigned int counted = 0;
   EXPECT_EQ(sscanf(out.c_str() + out.find("withoutStopFlagCount: "), "withoutStopFlagCount: %u", &counted), 1);
   EXPECT_GE(counted, 2u) << out;
-  EXPECT_GE(rel::occurrences(service.output(), "serialport msg decode failed -- ret=-3!"), 2);
+  EXPECT_GE(e2e::occurrences(service.output(), "serialport msg decode failed -- ret=-3!"), 2);
   expectAlive();
 }
 

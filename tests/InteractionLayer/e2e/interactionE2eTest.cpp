@@ -9,6 +9,7 @@
 
 #include "../interactionTestSupport.h"
 #include "e2eHarness.h"
+#include "serviceBench.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 
 namespace {
@@ -17,96 +18,63 @@ using Clock = std::chrono::steady_clock;
 const char* const kTooShort = "Command msg is incorrect,the size less then minsize.";
 constexpr size_t npos = std::string::npos;
 
-class InteractionE2eTest : public testing::Test {
+class InteractionE2eTest : public e2e::ServiceBench {
  protected:
-  void TearDown() override {
-    _service.stop();
-    _sim.stop();
-    // A sanitizer build reports on the service's own terminal.
-    for (const char* report : {"WARNING: ThreadSanitizer", "ERROR: AddressSanitizer", "runtime error:"}) {
-      EXPECT_EQ(_service.output().find(report), npos) << _service.plainOutput();
-    }
-  }
-
   // The simulator with one ALD, then the service, with its console or without.
   void start(const std::string& ald, bool withConsole) {
-    ASSERT_TRUE(_sim.start({e2e::binPath("aldsim"), "--link", "/tmp/ttyALD", ald}));
-    ASSERT_TRUE(_sim.waitFor("ready ", 5000)) << _sim.output();
-    e2e::writeConfig("PortName /tmp/ttyALD\n");
-    std::vector<std::string> service = {e2e::binPath("pylonkeeper"), "-l", "1"};
-    if (withConsole) service.push_back("-c");
-    ASSERT_TRUE(_service.start(service));
-  }
-
-  // Sends a console line and waits for text in what follows it.
-  bool console(const std::string& line, const std::string& text, int timeoutMs = 3000) {
-    size_t mark = _service.mark();
-    _service.send(line + "\n");
-    return _service.waitFor(text, timeoutMs, mark);
+    startBus({ald});
+    startService(withConsole ? std::vector<std::string>{"-c"} : std::vector<std::string>{});
   }
 
   // Output of the service from mark on, without colours.
-  std::string since(size_t mark) { return e2e::stripColours(_service.output().substr(mark)); }
-
-  // Runs mplanectl; its exit status, and its output in out.
-  int mplane(std::vector<std::string> args, std::string* out) {
-    e2e::Child tool;
-    args.insert(args.begin(), e2e::binPath("mplanectl"));
-    if (!tool.start(args)) return -1;
-    int status = tool.waitExit(10000);
-    *out = tool.plainOutput();
-    return status;
-  }
-
-  e2e::Child _sim;
-  e2e::Child _service;
+  std::string since(size_t mark) { return e2e::stripColours(service.output().substr(mark)); }
 };
 
 TEST_F(InteractionE2eTest, ConsoleSessionToTheEndOfItsInput) {
   start("uid=NX0001,subs=2,tilt=3.5", true);
-  ASSERT_TRUE(_service.waitFor("=> ", 5000));
+  ASSERT_TRUE(service.waitFor("=> ", 5000));
   EXPECT_TRUE(console("mret_v3 getTilt 1 1", "command not support!\n=> "));
   EXPECT_TRUE(console("mret_v2 getTilt 1", "the command is incomplete!\n=> "));
   // Blank lines and a line too long for the console bring the prompt again, and nothing else.
-  size_t mark = _service.mark();
-  _service.send("\n   \n" + std::string(600, 'x') + "\n");
-  ASSERT_TRUE(_service.waitFor("=> => => ", 2000, mark)) << since(mark);
+  size_t mark = service.mark();
+  service.send("\n   \n" + std::string(600, 'x') + "\n");
+  ASSERT_TRUE(service.waitFor("=> => => ", 2000, mark)) << since(mark);
   // Until the scan has brought the ALD to RUNNING.
   bool running = false;
   for (auto end = Clock::now() + std::chrono::seconds(20); !running && Clock::now() < end;) {
     running = console("mret_v2 getSubNums 1", "subUint nums", 700);
   }
-  ASSERT_TRUE(running) << _service.plainOutput();
-  mark = _service.mark();
+  ASSERT_TRUE(running) << service.plainOutput();
+  mark = service.mark();
   ASSERT_TRUE(console("aisg getDevNums", "uid:NX0001\n=> "));
   EXPECT_NE(since(mark).find("ALD nums = 1 \naddr:1 , type=0x01, AISGv2 , uid:NX0001\n=> "), npos);
   EXPECT_EQ(since(mark).find("command msg send"), npos) << "the listing sends nothing";
-  mark = _service.mark();
+  mark = service.mark();
   ASSERT_TRUE(console("mret_v2 getSubNums 1", "subUint nums = 2\n\n=> "));
   EXPECT_NE(since(mark).find("command msg send\n=> => "), npos) << since(mark);
   EXPECT_NE(since(mark).find("mret_v2 Command response analyse:\nald[1] :\nsubUint nums = 2\n"), npos);
   EXPECT_TRUE(console("mret_v2 getTilt 1 1", "ald[1] subNo[1]:\ntilt = 3.500000\n\n=> "));
   EXPECT_TRUE(console("mret_v2 setTilt 1 1 5.5", "ald[1] subNo[1]:\nset tilt success\n"));
-  EXPECT_TRUE(console("mret_v2 getTilt 1 1", "tilt = 5.500000\n")) << _service.plainOutput();
-  _sim.send("alarm 1 7\n");
-  ASSERT_TRUE(_sim.waitFor("ald 1 alarm 7", 2000));
+  EXPECT_TRUE(console("mret_v2 getTilt 1 1", "tilt = 5.500000\n")) << service.plainOutput();
+  bus.send("alarm 1 7\n");
+  ASSERT_TRUE(bus.waitFor("ald 1 alarm 7", 2000));
   EXPECT_TRUE(console("mret_v2 getTilt 1 1", "ald[1] subNo[1]:\nalarm = 7\n"));
   // An error from the bus; the reply may come before or after the console's own second prompt.
-  _sim.send("quiet 1\n");
-  ASSERT_TRUE(_sim.waitFor("ald 1 quiet", 2000));
-  mark = _service.mark();
+  bus.send("quiet 1\n");
+  ASSERT_TRUE(bus.waitFor("ald 1 quiet", 2000));
+  mark = service.mark();
   EXPECT_TRUE(console("mret_v2 getTilt 1 1", "ErrorInfo: ALD reply time out.\n=> ")) << since(mark);
   EXPECT_EQ(since(mark).find("command msg send\n=> "), 0u) << since(mark);
 
   // At the end of its input the console parks, without a prompt and without spinning.
-  _service.sendEof();
+  service.sendEof();
   e2e::sleepMs(300);
-  mark = _service.mark();
-  long before = e2e::cpuTicks(_service.pid());
+  mark = service.mark();
+  long before = e2e::cpuTicks(service.pid());
   e2e::sleepMs(1500);
-  _service.pump(100);
-  EXPECT_TRUE(_service.running());
-  EXPECT_LT(e2e::cpuTicks(_service.pid()) - before, 40) << "the console must not spin at the end of its input";
+  service.pump(100);
+  EXPECT_TRUE(service.running());
+  EXPECT_LT(e2e::cpuTicks(service.pid()) - before, 40) << "the console must not spin at the end of its input";
   EXPECT_EQ(since(mark).find("=> "), npos);
   std::string out;  // the M-Plane side serves on
   EXPECT_EQ(mplane({"--size", "150", "01", "93"}, &out), 1);
@@ -140,7 +108,7 @@ TEST_F(InteractionE2eTest, MPlaneOnTheQueuesAndThroughMplanectl) {
   ASSERT_EQ(itest::receive(response, &reply, 3000), 297);
   EXPECT_GE(Clock::now() - sent, std::chrono::milliseconds(1000));
   EXPECT_EQ(itest::summary(reply), "1 51 ALD reply time out.");
-  EXPECT_TRUE(_sim.waitFor("RX 7E 01 93", 3000));
+  EXPECT_TRUE(bus.waitFor("RX 7E 01 93", 3000));
 
   // Two replies that nobody fetched, of 297 and 298 bytes of text: only the newer one is there.
   for (uint8_t reserved : {1, 2}) {
@@ -175,9 +143,9 @@ TEST_F(InteractionE2eTest, MPlaneOnTheQueuesAndThroughMplanectl) {
 
   // A command queue that fails every receive does not make the relay spin.
   ASSERT_EQ(msgctl(command, IPC_RMID, nullptr), 0);
-  long before = e2e::cpuTicks(_service.pid());
+  long before = e2e::cpuTicks(service.pid());
   e2e::sleepMs(1000);
-  EXPECT_LT(e2e::cpuTicks(_service.pid()) - before, 25);
+  EXPECT_LT(e2e::cpuTicks(service.pid()) - before, 25);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
-#ifndef PK_TESTS_RELIABILITY_BENCH_H
-#define PK_TESTS_RELIABILITY_BENCH_H
+#ifndef PK_TESTS_SUPPORT_SERVICE_BENCH_H
+#define PK_TESTS_SUPPORT_SERVICE_BENCH_H
 
-// The bench of the reliability cases: the real service, the ALD simulator on a
+// The bench of the end-to-end cases: the real service, the ALD simulator on a
 // pty and the outside tools. Every wait gathers the output of the service and
 // of the simulator, so that neither ever blocks on a full terminal.
 
@@ -15,17 +15,18 @@
 
 #include "e2eHarness.h"
 
-namespace rel {
+namespace e2e {
 
 const char* const kPort = "/tmp/ttyALD";
 
+// How often `what` stands in text.
 inline int occurrences(const std::string& text, const std::string& what) {
   int n = 0;
   for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
   return n;
 }
 
-class Bench : public testing::Test {
+class ServiceBench : public testing::Test {
  protected:
   void TearDown() override {
     service.stop();
@@ -103,6 +104,6 @@ class Bench : public testing::Test {
   e2e::Child service;
 };
 
-}  // namespace rel
+}  // namespace e2e
 
 #endif

@@ -8,6 +8,7 @@
 #include "InteractionLayer/InteractionObj/CommandLine/commandLineObj.h"
 #include "InteractionLayer/InteractionObj/ProcessComm/processCommObj.h"
 #include "aisgAppLayer/commManager/aisgCommManager.h"
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "serviceEntry.h"
@@ -32,7 +33,6 @@ const char* const kTextBusError = "HDLC bus error.";
 const char* const kTextTimeOut = "ALD reply time out.";
 const char* const kTextReplyDecode = "receive hdlc data decode failed.";
 
-constexpr uint8_t kBroadcastAddress = 0xFF;
 // Address and control byte in front of the information field of an M-Plane request.
 constexpr uint32_t kMPlaneAddressControl = 2;
 
@@ -74,11 +74,6 @@ class CommManagerBus : public InteractionBusInterface {
   unsigned int getReceivedOctetsCount() override { return AisgCommManager::getInstance()->getReceivedOctetsCount(); }
 };
 
-// Address, control and data of the packet, in wire order.
-unsigned char* frameArea(S_HdlcPacket* packet) {
-  return reinterpret_cast<unsigned char*>(packet) + offsetof(S_HdlcPacket, address);
-}
-
 // Serves a console record; returns the reply size.
 unsigned int serveConsole(InteractionBusInterface& bus, S_InteractionMsg* msg, unsigned int size) {
   if (size <= interaction::kHeaderSize) return fail(msg, kTextTooShort, size);
@@ -91,7 +86,7 @@ unsigned int serveConsole(InteractionBusInterface& bus, S_InteractionMsg* msg, u
       packet.dataLength > hdlc::kMaxDataLength) {
     return fail(msg, kTextBadPacket, size);
   }
-  if (packet.address != kBroadcastAddress) {
+  if (packet.address != aisg::kBroadcastAddress) {
     AldDevice* ald = AldDeviceContainer::getInstance()->findAldDeviceObj(packet.address);
     if (ald == nullptr) {
       char text[interaction::kErrorInfoSize];
@@ -104,8 +99,8 @@ unsigned int serveConsole(InteractionBusInterface& bus, S_InteractionMsg* msg, u
     }
   }
   int result = bus.sendCmdAndWaitResponse(&packet, InteractionManager::kConsoleReplyWaitMs);
-  if (result == -3) return fail(msg, kTextBusError, size);
-  if (result == -2) return fail(msg, kTextTimeOut, size);
+  if (result == E_EXCHANGE_UNDECODABLE) return fail(msg, kTextBusError, size);
+  if (result == E_EXCHANGE_TIME_OUT) return fail(msg, kTextTimeOut, size);
   // Encoded aside first: a reply that no longer fits once stuffed again is a
   // failure, and must not leave a half-written success behind.
   unsigned char frame[hdlc::kMaxFrame];
@@ -129,12 +124,12 @@ unsigned int serveMPlane(InteractionBusInterface& bus, S_InteractionMsg* msg, un
   }
   S_HdlcPacket packet;
   memset(&packet, 0, sizeof(packet));
-  memcpy(frameArea(&packet), msg->data, requestLength);
+  memcpy(hdlc::frameArea(packet), msg->data, requestLength);
   packet.dataLength = static_cast<uint16_t>(requestLength - kMPlaneAddressControl);
   unsigned int encoded = 0;
   if (HdlcProtocol::encode(&packet, frame, &encoded, hdlc::kTransparent) != 0) return fail(msg, kTextBadPacket, size);
   length = static_cast<int>(encoded);
-  if (bus.sendCmdAndWaitResponse(frame, &length, InteractionManager::kMPlaneReplyWaitMs) != 0) {
+  if (bus.sendCmdAndWaitResponse(frame, &length, InteractionManager::kMPlaneReplyWaitMs) != E_EXCHANGE_SUCCESS) {
     return fail(msg, kTextTimeOut, size);
   }
   if (HdlcProtocol::decode(frame, static_cast<unsigned int>(length), &packet, hdlc::kTransparent) != 0) {
@@ -142,7 +137,7 @@ unsigned int serveMPlane(InteractionBusInterface& bus, S_InteractionMsg* msg, un
   }
   setSuccess(bus, msg);
   msg->dataLength = packet.dataLength + kMPlaneAddressControl;
-  memcpy(msg->data, frameArea(&packet), msg->dataLength);
+  memcpy(msg->data, hdlc::frameArea(packet), msg->dataLength);
   // The reply size follows the request, never the reply's own length.
   return replySize(size);
 }

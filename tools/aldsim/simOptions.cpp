@@ -3,9 +3,11 @@
 #include <fstream>
 #include <random>
 
+#include "aisgAppLayer/commManager/aisgFrame.h"
+
 namespace {
-// A bus holds at most 254 addresses; more ALDs than that only make a scan endless.
-constexpr unsigned long kMaxAlds = 254;
+// More ALDs than a bus has addresses only make a scan endless.
+constexpr unsigned long kMaxAlds = aisg::kLastAddress;
 }  // namespace
 
 void SimOptions::printHelp(FILE* out) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/commManager/cancelPoint.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
@@ -15,7 +16,6 @@
 namespace {
 
 constexpr useconds_t kReceiveRetryPauseUs = 100000;
-constexpr uint8_t kNoSequenceNo = 0xFF;
 
 }  // namespace
 
@@ -112,7 +112,7 @@ void AisgCommManager::commandOnlySend(unsigned char* data, unsigned int length) 
       packet->receiveNo = device->receiveNo;
     }
     const int result = HdlcProtocol::encode(packet, frame, &frameLength, hdlc::kStructured);
-    if (result != 0) {
+    if (result != hdlc::HDLC_OK) {
       TRACE(1, "data to serialport encode failed -- ret=%d!\n", result);
       return;
     }
@@ -134,17 +134,17 @@ int AisgCommManager::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int t
   }
   if (received < 0) {
     TRACE(1, "Wait for receive data timeout!\n");
-    return -2;
+    return E_EXCHANGE_TIME_OUT;
   }
-  if (packet->decodeResult != 0) {
+  if (packet->decodeResult != hdlc::HDLC_OK) {
     TRACE(1, "Receive data is error!\n");
-    return -3;
+    return E_EXCHANGE_UNDECODABLE;
   }
-  if (target != kBroadcastAddress && packet->address != target) {
+  if (target != aisg::kBroadcastAddress && packet->address != target) {
     TRACE(1, "Reply addr[%d] is not target addr[%d]!\n", packet->address, target);
-    return -1;
+    return E_EXCHANGE_OTHER_ADDRESS;
   }
-  return 0;
+  return E_EXCHANGE_SUCCESS;
 }
 
 int AisgCommManager::sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) {
@@ -263,10 +263,10 @@ void AisgCommManager::processMessage(unsigned int length) {
   _revDataLength = length;
   const int result = HdlcProtocol::decode(_revData, length, _pHdlcPacket, hdlc::kStructured);
   _pHdlcPacket->decodeResult = result;
-  if (result == 0) {
+  if (result == hdlc::HDLC_OK) {
     AldDevice* device = AldDeviceContainer::getInstance()->findAldDeviceObj(_pHdlcPacket->address);
-    if (device != nullptr && _pHdlcPacket->receiveNo != kNoSequenceNo) device->setSendNo(_pHdlcPacket->receiveNo);
-    if (device != nullptr && _pHdlcPacket->sendNo != kNoSequenceNo) {
+    if (device != nullptr && _pHdlcPacket->receiveNo != hdlc::kNoSequenceNo) device->setSendNo(_pHdlcPacket->receiveNo);
+    if (device != nullptr && _pHdlcPacket->sendNo != hdlc::kNoSequenceNo) {
       device->setReceiveNo(static_cast<unsigned char>(_pHdlcPacket->sendNo + 1));
     }
     _receivedOctetsCount += length;

@@ -25,7 +25,6 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   static constexpr unsigned int kPollPeriodMs = 10;
   static constexpr unsigned int kRecordSize = sizeof(S_HdlcPacket);
   static constexpr unsigned int kMaxQueueText = 512;
-  static constexpr uint8_t kBroadcastAddress = 0xFF;
 
   static AisgCommManager* getInstance();
 

@@ -42,61 +42,95 @@ const uint16_t fcstab[256] = {
 
 constexpr uint8_t kEscapeXor = 0x20;
 
-// The record's address, control and data as one byte area in wire order; the
-// packed layout makes these 266 bytes contiguous.
-unsigned char* frameArea(S_HdlcPacket* packet) {
-  return reinterpret_cast<unsigned char*>(packet) + offsetof(S_HdlcPacket, address);
+uint8_t buildControl(S_HdlcPacket& packet) {
+  packet.receiveNo &= 0x07;
+  uint8_t control;
+  if (hdlc::isIFrame(packet.control)) {
+    packet.sendNo &= 0x07;
+    control = static_cast<uint8_t>((packet.receiveNo << 5) | (packet.sendNo << 1));
+  } else if (hdlc::isSFrame(packet.control)) {
+    control = static_cast<uint8_t>((packet.control & 0x0F) | (packet.receiveNo << 5));
+  } else {
+    control = static_cast<uint8_t>(packet.control & 0xEF);
+  }
+  return static_cast<uint8_t>(control | ((packet.pollFinal & 0x01) << 4));
 }
 
-uint16_t computeFcs(const unsigned char* data, unsigned int length) {
+void splitControl(S_HdlcPacket& packet) {
+  const uint8_t c = packet.control;
+  packet.pollFinal = (c >> 4) & 0x01;
+  if (hdlc::isIFrame(c)) {
+    packet.sendNo = (c >> 1) & 0x07;
+    packet.receiveNo = (c >> 5) & 0x07;
+    packet.control = 0;
+  } else if (hdlc::isSFrame(c)) {
+    packet.receiveNo = (c >> 5) & 0x07;
+    packet.control = c & 0x0F;
+  } else {
+    packet.control = c & 0xEF;
+  }
+}
+
+}  // namespace
+
+namespace hdlc {
+
+uint16_t fcs(const unsigned char* bytes, unsigned int length) {
   uint16_t value = 0xFFFF;
   for (unsigned int i = 0; i < length; ++i) {
-    value = static_cast<uint16_t>(fcstab[(value ^ data[i]) & 0xFF] ^ (value >> 8));
+    value = static_cast<uint16_t>(fcstab[(value ^ bytes[i]) & 0xFF] ^ (value >> 8));
   }
   return static_cast<uint16_t>(~value);
 }
 
-// Stuffs source into target, storing at most kMaxContent bytes so that an
-// oversized input never writes past a 268-byte target; the full count still
-// decides the result.
-int stuff(const unsigned char* source, unsigned int length, unsigned char* target,
-          unsigned int* targetLength) {
+// The packed layout makes these 266 bytes contiguous.
+unsigned char* frameArea(S_HdlcPacket& packet) {
+  return reinterpret_cast<unsigned char*>(&packet) + offsetof(S_HdlcPacket, address);
+}
+
+const unsigned char* frameArea(const S_HdlcPacket& packet) {
+  return reinterpret_cast<const unsigned char*>(&packet) + offsetof(S_HdlcPacket, address);
+}
+
+// Stores at most kMaxContent bytes, so that an oversized input never writes past
+// a 268-byte target; the full count still decides the result.
+E_HdlcResult stuff(const unsigned char* source, unsigned int length, unsigned char* target,
+                   unsigned int& targetLength) {
   unsigned int count = 0;
   auto put = [&](unsigned char byte) {
-    if (count < hdlc::kMaxContent) {
+    if (count < kMaxContent) {
       target[count] = byte;
     }
     ++count;
   };
   for (unsigned int i = 0; i < length; ++i) {
-    if (source[i] == hdlc::kFlag || source[i] == hdlc::kEscape) {
-      put(hdlc::kEscape);
+    if (source[i] == kFlag || source[i] == kEscape) {
+      put(kEscape);
       put(static_cast<unsigned char>(source[i] ^ kEscapeXor));
     } else {
       put(source[i]);
     }
   }
-  if (count > hdlc::kMaxContent) {
-    return hdlc::HDLC_TOO_LONG;
+  if (count > kMaxContent) {
+    return HDLC_TOO_LONG;
   }
-  *targetLength = count;
-  return hdlc::HDLC_OK;
+  targetLength = count;
+  return HDLC_OK;
 }
 
-// Unstuffs source into target, storing at most `limit` bytes. A bad escape
-// anywhere is reported before the length, as the receive counters expect.
-int unstuff(const unsigned char* source, unsigned int length, unsigned char* target,
-            unsigned int limit, unsigned int* targetLength) {
-  if (length > 0 && source[length - 1] == hdlc::kEscape) {
-    return hdlc::HDLC_BAD_ESCAPE;
+// A bad escape anywhere is reported before the length, as the receive counters expect.
+E_HdlcResult unstuff(const unsigned char* source, unsigned int length, unsigned char* target, unsigned int limit,
+                     unsigned int& targetLength) {
+  if (length > 0 && source[length - 1] == kEscape) {
+    return HDLC_BAD_ESCAPE;
   }
   unsigned int count = 0;
   for (unsigned int i = 0; i < length; ++i) {
     unsigned char byte = source[i];
-    if (byte == hdlc::kEscape) {
+    if (byte == kEscape) {
       byte = source[++i];
-      if (byte != (hdlc::kEscape ^ kEscapeXor) && byte != (hdlc::kFlag ^ kEscapeXor)) {
-        return hdlc::HDLC_BAD_ESCAPE;
+      if (byte != (kEscape ^ kEscapeXor) && byte != (kFlag ^ kEscapeXor)) {
+        return HDLC_BAD_ESCAPE;
       }
       byte = static_cast<unsigned char>(byte ^ kEscapeXor);
     }
@@ -106,123 +140,108 @@ int unstuff(const unsigned char* source, unsigned int length, unsigned char* tar
     ++count;
   }
   if (count > limit) {
-    return hdlc::HDLC_TOO_LONG;
+    return HDLC_TOO_LONG;
   }
-  *targetLength = count;
-  return hdlc::HDLC_OK;
+  targetLength = count;
+  return HDLC_OK;
 }
 
-uint8_t buildControl(S_HdlcPacket* packet) {
-  packet->receiveNo &= 0x07;
-  uint8_t control;
-  if ((packet->control & 0x01) == 0) {
-    packet->sendNo &= 0x07;
-    control = static_cast<uint8_t>((packet->receiveNo << 5) | (packet->sendNo << 1));
-  } else if ((packet->control & 0x03) == 0x01) {
-    control = static_cast<uint8_t>((packet->control & 0x0F) | (packet->receiveNo << 5));
-  } else {
-    control = static_cast<uint8_t>(packet->control & 0xEF);
-  }
-  return static_cast<uint8_t>(control | ((packet->pollFinal & 0x01) << 4));
-}
-
-void splitControl(S_HdlcPacket* packet) {
-  const uint8_t c = packet->control;
-  packet->pollFinal = (c >> 4) & 0x01;
-  if ((c & 0x01) == 0) {
-    packet->sendNo = (c >> 1) & 0x07;
-    packet->receiveNo = (c >> 5) & 0x07;
-    packet->control = 0;
-  } else if ((c & 0x03) == 0x01) {
-    packet->receiveNo = (c >> 5) & 0x07;
-    packet->control = c & 0x0F;
-  } else {
-    packet->control = c & 0xEF;
-  }
-}
-
-}  // namespace
-
-int HdlcProtocol::encode(S_HdlcPacket* packet, unsigned char* buffer, unsigned int* length, int controlMode) {
-  if (controlMode == hdlc::kStructured) {
-    packet->control = buildControl(packet);
+E_HdlcResult encodeFrame(S_HdlcPacket& packet, int controlMode, unsigned char* buffer, unsigned int& length) {
+  if (controlMode == kStructured) {
+    packet.control = buildControl(packet);
   }
   // The FCS has to fit behind the data inside the record.
-  if (packet->dataLength > hdlc::kMaxDataLength) {
-    return hdlc::HDLC_TOO_LONG;
+  if (packet.dataLength > kMaxDataLength) {
+    return HDLC_TOO_LONG;
   }
   unsigned char* area = frameArea(packet);
-  const unsigned int fcsOffset = packet->dataLength + 2u;
-  const uint16_t fcs = computeFcs(area, fcsOffset);
-  area[fcsOffset] = static_cast<unsigned char>(fcs & 0xFF);
-  area[fcsOffset + 1] = static_cast<unsigned char>(fcs >> 8);
+  const unsigned int fcsOffset = packet.dataLength + 2u;
+  const uint16_t sequence = fcs(area, fcsOffset);
+  area[fcsOffset] = static_cast<unsigned char>(sequence & 0xFF);
+  area[fcsOffset + 1] = static_cast<unsigned char>(sequence >> 8);
 
-  buffer[0] = hdlc::kFlag;
+  buffer[0] = kFlag;
   unsigned int stuffed = 0;
-  int result = stuff(area, fcsOffset + 2, buffer + 1, &stuffed);
-  if (result != hdlc::HDLC_OK) {
+  const E_HdlcResult result = stuff(area, fcsOffset + 2, buffer + 1, stuffed);
+  if (result != HDLC_OK) {
     return result;
   }
-  buffer[stuffed + 1] = hdlc::kFlag;
-  *length = stuffed + 2;
-  return hdlc::HDLC_OK;
+  buffer[stuffed + 1] = kFlag;
+  length = stuffed + 2;
+  return HDLC_OK;
 }
 
-int HdlcProtocol::decode(unsigned char* buffer, unsigned int length, S_HdlcPacket* packet, int controlMode) {
-  packet->sendNo = 0xFF;
-  packet->receiveNo = 0xFF;
+E_HdlcResult decodeFrame(const unsigned char* buffer, unsigned int length, S_HdlcPacket& packet, int controlMode,
+                         S_FcsMismatch* mismatch) {
+  packet.sendNo = kNoSequenceNo;
+  packet.receiveNo = kNoSequenceNo;
 
   unsigned int open = 0;
-  while (open < length && buffer[open] != hdlc::kFlag) {
+  while (open < length && buffer[open] != kFlag) {
     ++open;
   }
   if (open == length) {
-    return hdlc::HDLC_NO_FLAG;
+    return HDLC_NO_FLAG;
   }
   unsigned int close = open + 1;
-  while (close < length && buffer[close] != hdlc::kFlag) {
+  while (close < length && buffer[close] != kFlag) {
     ++close;
   }
   if (close == length) {
-    return hdlc::HDLC_NO_STOP_FLAG;
+    return HDLC_NO_STOP_FLAG;
   }
 
   // The record's frame area holds 266 bytes; a frame of 267 or 268 unstuffed
   // bytes would pass the 268-byte wire limit yet not fit, so it counts as too long.
   unsigned int count = 0;
-  int result = unstuff(buffer + open + 1, close - open - 1, frameArea(packet), hdlc::kFrameArea, &count);
-  if (result != hdlc::HDLC_OK) {
+  const E_HdlcResult result = unstuff(buffer + open + 1, close - open - 1, frameArea(packet), kFrameArea, count);
+  if (result != HDLC_OK) {
     return result;
   }
-  if (count < hdlc::kMinContent) {
-    return hdlc::HDLC_TOO_SHORT;
+  if (count < kMinContent) {
+    return HDLC_TOO_SHORT;
   }
 
   const unsigned char* area = frameArea(packet);
   const uint16_t received = static_cast<uint16_t>(area[count - 2] | (area[count - 1] << 8));
-  const uint16_t computed = computeFcs(area, count - 2);
+  const uint16_t computed = fcs(area, count - 2);
   if (received != computed) {
-    printf("Aisg Error: crc16=0x%04x, calCrc16=0x%04x\n", received, computed);
-    return hdlc::HDLC_FCS_ERROR;
+    if (mismatch != nullptr) *mismatch = {received, computed};
+    return HDLC_FCS_ERROR;
   }
-  packet->dataLength = static_cast<uint16_t>(count - 4);
-  if (controlMode == hdlc::kStructured) {
+  packet.dataLength = static_cast<uint16_t>(count - 4);
+  if (controlMode == kStructured) {
     splitControl(packet);
   }
-  return hdlc::HDLC_OK;
+  return HDLC_OK;
+}
+
+}  // namespace hdlc
+
+int HdlcProtocol::encode(S_HdlcPacket* packet, unsigned char* buffer, unsigned int* length, int controlMode) {
+  return hdlc::encodeFrame(*packet, controlMode, buffer, *length);
+}
+
+int HdlcProtocol::decode(unsigned char* buffer, unsigned int length, S_HdlcPacket* packet, int controlMode) {
+  hdlc::S_FcsMismatch mismatch{};
+  const hdlc::E_HdlcResult result = hdlc::decodeFrame(buffer, length, *packet, controlMode, &mismatch);
+  if (result == hdlc::HDLC_FCS_ERROR) {
+    printf("Aisg Error: crc16=0x%04x, calCrc16=0x%04x\n", mismatch.received, mismatch.computed);
+  }
+  return result;
 }
 
 int HdlcProtocol::trans(unsigned char* source, unsigned int length, unsigned char* target, unsigned int* targetLength) {
-  return stuff(source, length, target, targetLength);
+  return hdlc::stuff(source, length, target, *targetLength);
 }
 
 int HdlcProtocol::transBack(unsigned char* source, unsigned int length, unsigned char* target,
                             unsigned int* targetLength) {
-  return unstuff(source, length, target, hdlc::kMaxContent, targetLength);
+  return hdlc::unstuff(source, length, target, hdlc::kMaxContent, *targetLength);
 }
 
 void HdlcProtocol::doCrc(unsigned char* data, unsigned int length, unsigned short& crc) {
-  crc = computeFcs(data, length);
+  crc = hdlc::fcs(data, length);
 }
 
 int HdlcProtocol::encodeForMplane(unsigned char*, unsigned int, S_HdlcPacket*) {

@@ -37,6 +37,8 @@ constexpr unsigned int kMaxFrame = 270;     // with both flags
 constexpr unsigned int kFrameArea = 266;    // address, control and data of the record
 constexpr unsigned int kMaxDataLength = 262;
 constexpr unsigned int kMinContent = 4;
+// N(S) or N(R) of a decoded frame that carries none.
+constexpr uint8_t kNoSequenceNo = 0xFF;
 
 enum E_HdlcResult {
   HDLC_OK = 0,
@@ -50,6 +52,36 @@ enum E_HdlcResult {
 
 constexpr int kStructured = 1;
 constexpr int kTransparent = 0;
+
+// The kind of a control byte: an I-frame has bit 0 clear, an S-frame bits 1 and 0 at 01.
+// After a structured decode an I-frame's control is 0 and an S-frame's its low four bits.
+inline bool isIFrame(uint8_t control) { return (control & 0x01) == 0; }
+inline bool isSFrame(uint8_t control) { return (control & 0x03) == 0x01; }
+
+// The two check sequences of a frame that failed its check.
+struct S_FcsMismatch {
+  uint16_t received;
+  uint16_t computed;
+};
+
+// The FCS-16 of `length` bytes.
+uint16_t fcs(const unsigned char* bytes, unsigned int length);
+// The record's address, control and data as one byte area in wire order.
+unsigned char* frameArea(S_HdlcPacket& packet);
+const unsigned char* frameArea(const S_HdlcPacket& packet);
+
+// The silent core of HdlcProtocol: the same work and results, without the FCS
+// line, on const input. encodeFrame builds the control byte in structured mode
+// and stores the FCS behind the data, as the record is part of the frame.
+E_HdlcResult encodeFrame(S_HdlcPacket& packet, int controlMode, unsigned char* buffer, unsigned int& length);
+// On HDLC_FCS_ERROR `mismatch`, if given, receives both sequences.
+E_HdlcResult decodeFrame(const unsigned char* buffer, unsigned int length, S_HdlcPacket& packet, int controlMode,
+                         S_FcsMismatch* mismatch = nullptr);
+// Stuffs `length` bytes into target, which holds kMaxContent bytes.
+E_HdlcResult stuff(const unsigned char* source, unsigned int length, unsigned char* target, unsigned int& targetLength);
+// Unstuffs `length` bytes into target, storing at most `limit` of them.
+E_HdlcResult unstuff(const unsigned char* source, unsigned int length, unsigned char* target, unsigned int limit,
+                     unsigned int& targetLength);
 }  // namespace hdlc
 
 // Converts between S_HdlcPacket and the bytes of one HDLC frame: FCS-16, stuffing

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "utility/hexText.h"
 
@@ -19,8 +20,6 @@ const S_CommandInfo _mretV2Cmds_table[] = {
 
 namespace {
 
-// Bit 0 clear: the codec makes an I-frame of it, with the poll bit.
-constexpr uint8_t kIFrameControl = 0x10;
 constexpr uint16_t kMaxParameters = 3;
 
 const char* const kAddrError = "input devAddr error";
@@ -77,12 +76,12 @@ int buildFrame(uint8_t address, uint8_t procedure, const uint8_t* parameters, ui
   packet.sendNo = 0;
   packet.receiveNo = 0;
   packet.address = address;
-  packet.control = kIFrameControl;
+  packet.control = aisg::kIFrame;
   packet.data[0] = procedure;
   packet.data[1] = static_cast<uint8_t>(count & 0xFF);
   packet.data[2] = static_cast<uint8_t>(count >> 8);
-  for (uint16_t i = 0; i < count && i < kMaxParameters; ++i) packet.data[3 + i] = parameters[i];
-  packet.dataLength = static_cast<uint16_t>(3 + count);
+  for (uint16_t i = 0; i < count && i < kMaxParameters; ++i) packet.data[aisg::kMessageHeader + i] = parameters[i];
+  packet.dataLength = static_cast<uint16_t>(aisg::kMessageHeader + count);
   return HdlcProtocol::encode(&packet, frame, frameLength, hdlc::kStructured);
 }
 
@@ -146,8 +145,7 @@ int MretV2Command::responseAnalyse(unsigned char* frame, unsigned int frameLengt
     puts("hdlc decode failed!");
     return -1;
   }
-  // After a structured decode bit 0 of the control byte is set for S- and U-frames only.
-  if ((packet.control & 0x01) != 0) {
+  if (!hdlc::isIFrame(packet.control)) {
     puts("reply frame is not I_Frame!");
     return -1;
   }

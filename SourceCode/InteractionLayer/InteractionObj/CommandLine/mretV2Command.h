@@ -1,17 +1,7 @@
 #ifndef PK_INTERACTION_MRET_V2_COMMAND_H
 #define PK_INTERACTION_MRET_V2_COMMAND_H
 
-#include <cstdint>
-
 #include "InteractionLayer/InteractionObj/CommandLine/command.h"
-
-// The layer-7 procedure codes of the tilt units (byte 0 of an I-frame's data).
-enum E_MretV2Procedure : uint8_t {
-  E_MRET_CALIBRATE = 0x80,
-  E_MRET_SET_TILT = 0x81,
-  E_MRET_GET_TILT = 0x82,
-  E_MRET_GET_SUB_NUMS = 0x88,
-};
 
 // The group `mret_v2`: layer-7 tilt procedures of multi-antenna tilt units.
 class MretV2Command : public Command {

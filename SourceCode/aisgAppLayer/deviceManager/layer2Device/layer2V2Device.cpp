@@ -6,9 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "aisgAppLayer/commManager/xidReader.h"
+#include "aisgAppLayer/commManager/xidWriter.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
-#include "aisgAppLayer/deviceManager/layer2Device/aisgFrame.h"
 #include "utility/debugTrace.h"
 #include "utility/threadLock.h"
 
@@ -16,17 +18,12 @@ namespace {
 
 using namespace aisg;
 
-// Of the HDLC group.
-constexpr uint8_t kParamTransmitWindow = 0x07;
-
 // What the parameter walker found.
 constexpr int kGotUid = 0x01;
 constexpr int kGotDeviceType = 0x02;
 constexpr int kGotVendorCode = 0x04;
 constexpr int kGotAll = kGotUid | kGotDeviceType | kGotVendorCode;
 
-// 0 is no station and 255 all stations, so a bus holds at most 254 addressed ALDs.
-constexpr unsigned int kLastAldAddress = 254;
 // The uid and mask of a step end at byte 19, which bit position 152 reaches.
 constexpr unsigned int kMaxScanUidLength = 19;
 
@@ -40,73 +37,47 @@ S_HdlcPacket makeFrame(uint8_t address, uint8_t control) {
   return packet;
 }
 
-void appendBytes(S_HdlcPacket& packet, const uint8_t* bytes, unsigned int count) {
-  memcpy(packet.data + packet.dataLength, bytes, count);
-  packet.dataLength = static_cast<uint16_t>(packet.dataLength + count);
-}
-
-void appendParameter(S_HdlcPacket& packet, uint8_t id, const uint8_t* value, uint8_t length) {
-  const uint8_t head[] = {id, length};
-  appendBytes(packet, head, sizeof(head));
-  appendBytes(packet, value, length);
-}
-
-// An XID of the ALD group: format, group and group length are there to read.
-bool isAldXidReply(const S_HdlcPacket& reply) {
-  return reply.control == kXid && reply.dataLength >= 3 && reply.data[0] == kFormatId &&
-         reply.data[1] == kAldGroup;
-}
-
 // The reset and the HDLC parameters are acknowledged by an XID known by its first parameter alone.
 bool isXidWithFirstParameter(const S_HdlcPacket& reply, uint8_t id) {
-  return reply.control == kXid && reply.dataLength > 3 && reply.data[3] == id;
+  return reply.control == kXid && reply.dataLength > kXidParameters && reply.data[kXidParameters] == id;
 }
 
-// Walks the parameters of an ALD group reply from byte 3 until the group length
-// (byte 2) is used up, and copies those of `wanted` into info. Returns the flags of
-// the parameters copied, or -1 for a malformed reply: a parameter that runs past
-// the reply's data, a value too short for its meaning, or a UID longer than the
-// record's field. Such a reply is refused whole rather than cut, since a cut UID
-// would address some other ALD.
-int walkAldParameters(const S_HdlcPacket& reply, S_AldBaseInfo* info, int wanted) {
-  const unsigned int end = std::min<unsigned int>(reply.dataLength, sizeof(reply.data));
-  int remaining = reply.data[2];
-  unsigned int offset = 3;
+// Copies the parameters of `wanted` from an ALD group reply into info. Returns the
+// flags of the parameters copied, or -1 for a malformed reply: a parameter that
+// runs past the reply's data, a value too short for its meaning, or a UID longer
+// than the record's field. Such a reply is refused whole rather than cut, since
+// a cut UID would address some other ALD.
+int readAldParameters(const S_HdlcPacket& reply, S_AldBaseInfo* info, int wanted) {
+  XidReader reader(reply);
   int flags = 0;
-  while (remaining > 0) {
-    if (offset + 2 > end) return -1;
-    const uint8_t id = reply.data[offset];
-    const uint8_t length = reply.data[offset + 1];
-    const uint8_t* value = reply.data + offset + 2;
-    if (offset + 2 + length > end) return -1;
-    if (id == kParamUid && (wanted & kGotUid) != 0) {
-      if (length > sizeof(info->uid)) return -1;
-      memcpy(info->uid, value, length);
-      info->uidLength = length;
+  for (S_XidParameter parameter; reader.next(parameter);) {
+    const uint8_t* value = parameter.value;
+    if (parameter.id == kParamUid && (wanted & kGotUid) != 0) {
+      if (parameter.length > sizeof(info->uid)) return -1;
+      memcpy(info->uid, value, parameter.length);
+      info->uidLength = parameter.length;
       flags |= kGotUid;
-    } else if (id == kParamDeviceType && (wanted & kGotDeviceType) != 0) {
-      if (length < 1) return -1;
+    } else if (parameter.id == kParamDeviceType && (wanted & kGotDeviceType) != 0) {
+      if (parameter.length < 1) return -1;
       info->deviceType = value[0];
       flags |= kGotDeviceType;
-    } else if (id == kParamVendorCode && (wanted & kGotVendorCode) != 0) {
-      if (length < 2) return -1;
+    } else if (parameter.id == kParamVendorCode && (wanted & kGotVendorCode) != 0) {
+      if (parameter.length < 2) return -1;
       info->vendorCode[0] = value[0];
       info->vendorCode[1] = value[1];
       info->vendorCode[2] = 0;
       flags |= kGotVendorCode;
     }
-    offset += length + 2u;
-    remaining -= length + 2;
   }
-  return flags;
+  return reader.malformed() ? -1 : flags;
 }
 
 // One frame without data, answered by the given control value.
 int exchangeWithoutData(Device& device, uint8_t address, uint8_t control, uint8_t expected) {
   S_HdlcPacket packet = makeFrame(address, control);
   int ret = device.sendCmdAndWaitResponse(&packet, Layer2V2Device::kExchangeTimeoutMs);
-  if (ret != 0) return ret;
-  return packet.control == expected ? 0 : -1;
+  if (ret != E_EXCHANGE_SUCCESS) return ret;
+  return packet.control == expected ? E_EXCHANGE_SUCCESS : E_EXCHANGE_WRONG_REPLY;
 }
 
 // The children of a step that met a collision: the next bit position fixed to 0,
@@ -167,68 +138,65 @@ int Layer2V2Device::devicePoll(unsigned char address) {
 }
 
 int Layer2V2Device::resetDevice(unsigned char address) {
-  static const uint8_t request[] = {kFormatId, kAldGroup, 0x02, kParamReset, 0x00};
   S_HdlcPacket packet = makeFrame(address, kXid);
-  appendBytes(packet, request, sizeof(request));
+  XidWriter(packet, kAldGroup).add(kParamReset, nullptr, 0);
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
-  if (ret == 0 && !isXidWithFirstParameter(packet, kParamReset)) return -1;
+  if (ret == E_EXCHANGE_SUCCESS && !isXidWithFirstParameter(packet, kParamReset)) return E_EXCHANGE_WRONG_REPLY;
   TRACE(4, "resetDevice() ret = %d\n", ret);
   return ret;
 }
 
 int Layer2V2Device::hdlcParameter(unsigned char address) {
-  static const uint8_t request[] = {kFormatId, kHdlcGroup, 0x12,
-                                    0x05, 0x04, 0x00, 0x00, 0x00, 0x00,
-                                    0x06, 0x04, 0x00, 0x00, 0x00, 0x00,
-                                    0x07, 0x01, 0x00,
-                                    0x08, 0x01, 0x00};
+  static const uint8_t zeros[4] = {};
   S_HdlcPacket packet = makeFrame(address, kXid);
-  appendBytes(packet, request, sizeof(request));
+  XidWriter xid(packet, kHdlcGroup);
+  xid.add(kHdlcParamMaxTransmitLength, zeros, 4);
+  xid.add(kHdlcParamMaxReceiveLength, zeros, 4);
+  xid.add(kHdlcParamTransmitWindow, zeros, 1);
+  xid.add(kHdlcParamReceiveWindow, zeros, 1);
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
-  if (ret != 0) return ret;
+  if (ret != E_EXCHANGE_SUCCESS) return ret;
   // The ALD acknowledges with its transmit window size (7), not an echo of the request (5).
-  return isXidWithFirstParameter(packet, kParamTransmitWindow) ? 0 : -1;
+  return isXidWithFirstParameter(packet, kHdlcParamTransmitWindow) ? E_EXCHANGE_SUCCESS : E_EXCHANGE_WRONG_REPLY;
 }
 
 int Layer2V2Device::addressAssign(S_AldBaseInfo* info, unsigned char address) {
   TRACE(4, "addressAssign(%d) start\n", address);
-  const uint8_t n = info->uidLength;
-  if (n > sizeof(info->uid)) return -1;
-  const uint8_t head[] = {kFormatId, kAldGroup, static_cast<uint8_t>(n + 5)};
   S_HdlcPacket packet = makeFrame(kBroadcastAddress, kXid);
-  appendBytes(packet, head, sizeof(head));
-  appendParameter(packet, kParamUid, info->uid, n);
-  appendParameter(packet, kParamAddress, &address, 1);
+  XidWriter xid(packet, kAldGroup);
+  if (info->uidLength > sizeof(info->uid) || xid.add(kParamUid, info->uid, info->uidLength) != 0) return -1;
+  xid.add(kParamAddress, &address, 1);
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
-  if (ret != 0) return ret;
-  if (!isAldXidReply(packet) || packet.data[2] == 0) return -1;
+  if (ret != E_EXCHANGE_SUCCESS) return ret;
+  XidReader reply(packet);
+  if (!reply.isGroup(kAldGroup) || reply.groupLength() == 0) return E_EXCHANGE_WRONG_REPLY;
   const int wanted = kGotUid | kGotDeviceType;
-  return walkAldParameters(packet, info, wanted) == wanted ? 0 : -1;
+  return readAldParameters(packet, info, wanted) == wanted ? E_EXCHANGE_SUCCESS : E_EXCHANGE_WRONG_REPLY;
 }
 
 int Layer2V2Device::oneScan(S_UidScanUintV2_t step, S_AldBaseInfo* info) {
   TRACE(4, "oneScan() start!\n");
   const uint8_t n = step.uidLength;
   if (n > sizeof(step.uid)) return -1;
-  const uint8_t head[] = {kFormatId, kAldGroup, static_cast<uint8_t>(2 * n + 4)};
   S_HdlcPacket packet = makeFrame(kBroadcastAddress, kXid);
-  appendBytes(packet, head, sizeof(head));
-  appendParameter(packet, kParamUid, step.uid, n);
-  appendParameter(packet, kParamMask, step.mask, n);
+  XidWriter xid(packet, kAldGroup);
+  xid.add(kParamUid, step.uid, n);
+  xid.add(kParamMask, step.mask, n);
   int ret = sendCmdAndWaitResponse(&packet, kExchangeTimeoutMs);
-  if (ret != 0) {
+  if (ret != E_EXCHANGE_SUCCESS) {
     TRACE(2, "serialport send or reveice failed\n");
     return ret;
   }
-  if (!isAldXidReply(packet)) {
+  XidReader reply(packet);
+  if (!reply.isGroup(kAldGroup)) {
     TRACE(2, "serialport send or reveice failed\n");
     return -1;
   }
-  if (packet.data[2] == 0) {
+  if (reply.groupLength() == 0) {
     TRACE(2, "reply params failed[flag = 0x%x]\n", 0);
     return -1;
   }
-  const int flags = walkAldParameters(packet, info, kGotAll);
+  const int flags = readAldParameters(packet, info, kGotAll);
   if (flags < 0) {
     TRACE(2, "serialport send or reveice failed\n");
     return -1;
@@ -260,7 +228,7 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
     memcpy(confirmation.uid, info.uid, info.uidLength);
     memset(confirmation.mask, 0xFF, info.uidLength);
     if (oneScan(confirmation, &info) != 0) return;
-    if (nextAddress > kLastAldAddress) {
+    if (nextAddress > kLastAddress) {
       TRACE(2, "device scan has no address left for another ALD\n");
       return;
     }
@@ -277,12 +245,12 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
     scanQueue.pop_front();
     S_AldBaseInfo info{};
     const int ret = oneScan(step, &info);
-    if (ret == -2) {
+    if (ret == E_EXCHANGE_TIME_OUT) {
       TRACE(2, "device scan timeout\n");
-    } else if (ret == 0) {
+    } else if (ret == E_EXCHANGE_SUCCESS) {
       TRACE(3, "device scan only\n");
       confirmAndAssign(info);
-    } else if (ret == -3) {
+    } else if (ret == E_EXCHANGE_UNDECODABLE) {
       TRACE(3, "device scan conflict\n");
       appendChildren(step, maxBits, scanQueue);
     } else {
@@ -307,7 +275,7 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
 
   for (AldDevice* ald = container->getBeginAldDeviceObj(); ald != nullptr && !container->isEnd();
        ald = container->getNextAldDeviceObj()) {
-    if (linkEstablish(ald->address) != 0) continue;
+    if (linkEstablish(ald->address) != E_EXCHANGE_SUCCESS) continue;
     TRACE(4, "linkEstablish addr[%d] success,then set status=RUNNING\n", ald->address);
     ald->setStatus(RUNNING);
     ald->setSendNo(0);

@@ -17,7 +17,6 @@ struct S_UidScanUintV2_t {
 class Layer2V2Device : public Layer2Device {
  public:
   static constexpr unsigned int kExchangeTimeoutMs = 1000;
-  static constexpr uint8_t kBroadcastAddress = 0xFF;
 
   Layer2V2Device() = default;
   ~Layer2V2Device() override = default;

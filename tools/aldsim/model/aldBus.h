@@ -38,8 +38,9 @@ class AldBus {
   void answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::vector<S_SimAnswer>& answers);
   void answerAddressed(SimAld& ald, const S_HdlcPacket& packet, std::vector<S_SimAnswer>& answers);
   // The ALD group of a scan or assignment reply: UID, device type and maybe the vendor.
-  static std::vector<uint8_t> identification(const SimAld& ald, bool withVendor);
-  static S_SimAnswer makeAnswer(const SimAld& ald, uint8_t address, uint8_t control, const std::vector<uint8_t>& data);
+  static S_SimAnswer identification(const SimAld& ald, uint8_t address, bool withVendor);
+  // A frame without data from `ald`, with its N(R).
+  static S_SimAnswer makeAnswer(const SimAld& ald, uint8_t address, uint8_t control);
   // Encodes with the F bit set; `corrupt` spoils the FCS.
   static S_SimReply encodeAnswer(S_SimAnswer answer, bool corrupt);
   SimAld* aldByNumber(const std::string& word, std::vector<std::string>& lines);

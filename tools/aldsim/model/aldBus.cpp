@@ -1,6 +1,8 @@
 #include "aldBus.h"
 
-#include "aisgAppLayer/deviceManager/layer2Device/aisgFrame.h"
+#include "aisgAppLayer/commManager/aisgFrame.h"
+#include "aisgAppLayer/commManager/xidReader.h"
+#include "aisgAppLayer/commManager/xidWriter.h"
 #include "utility/hexText.h"
 
 #include <cstdio>
@@ -10,8 +12,6 @@
 namespace {
 
 using namespace aisg;
-
-constexpr uint8_t kIFrame = 0x00;
 
 // The parameters of an XID frame of the ALD group that the simulator acts on.
 struct S_XidParams {
@@ -28,27 +28,23 @@ struct S_XidParams {
 
 S_XidParams readXid(const S_HdlcPacket& packet) {
   S_XidParams xid;
-  if (packet.control != kXid || packet.dataLength < 3 || packet.data[0] != kFormatId) return xid;
-  xid.hdlcGroup = packet.data[1] == kHdlcGroup;
-  xid.aldGroup = packet.data[1] == kAldGroup;
+  XidReader reader(packet);
+  xid.hdlcGroup = reader.isGroup(kHdlcGroup);
+  xid.aldGroup = reader.isGroup(kAldGroup);
   if (!xid.aldGroup) return xid;
-  size_t end = 3u + packet.data[2];
-  if (end > packet.dataLength) end = packet.dataLength;
-  for (size_t i = 3; i + 2 <= end && i + 2 + packet.data[i + 1] <= end; i += 2u + packet.data[i + 1]) {
-    const uint8_t* value = &packet.data[i + 2];
-    uint8_t length = packet.data[i + 1];
-    switch (packet.data[i]) {
+  for (S_XidParameter parameter; reader.next(parameter);) {
+    switch (parameter.id) {
       case kParamUid:
-        xid.uid = value;
-        xid.uidLength = length;
+        xid.uid = parameter.value;
+        xid.uidLength = parameter.length;
         break;
       case kParamMask:
-        xid.mask = value;
-        xid.maskLength = length;
+        xid.mask = parameter.value;
+        xid.maskLength = parameter.length;
         break;
       case kParamAddress:
-        xid.hasAddress = length >= 1;
-        xid.address = value[0];
+        xid.hasAddress = parameter.length >= 1;
+        if (xid.hasAddress) xid.address = parameter.value[0];
         break;
       case kParamReset:
         xid.reset = true;
@@ -58,20 +54,6 @@ S_XidParams readXid(const S_HdlcPacket& packet) {
     }
   }
   return xid;
-}
-
-// The codec prints a line of its own on a bad FCS; checking first keeps the log ours.
-int checkFrame(const uint8_t* frame, size_t length) {
-  if (length < 3 || frame[0] != hdlc::kFlag || frame[length - 1] != hdlc::kFlag) return hdlc::HDLC_NO_FLAG;
-  unsigned char content[hdlc::kMaxContent];
-  unsigned int count = 0;
-  int result = HdlcProtocol::transBack(const_cast<uint8_t*>(frame + 1), static_cast<unsigned int>(length - 2),
-                                       content, &count);
-  if (result != 0) return result;
-  if (count < hdlc::kMinContent) return hdlc::HDLC_TOO_SHORT;
-  unsigned short fcs = 0;
-  HdlcProtocol::doCrc(content, count - 2, fcs);
-  return fcs == (content[count - 2] | (content[count - 1] << 8)) ? 0 : hdlc::HDLC_FCS_ERROR;
 }
 
 }  // namespace
@@ -88,14 +70,11 @@ AldBus::AldBus(const std::vector<S_AldConfig>& configs, unsigned int seed) : _ra
 
 int AldBus::handleFrame(const uint8_t* frame, size_t length, double secondsSinceStart,
                         std::vector<S_SimReply>& replies) {
-  int result = checkFrame(frame, length);
   S_HdlcPacket packet;
   memset(&packet, 0, sizeof(packet));
-  if (result == 0) {
-    result = HdlcProtocol::decode(const_cast<uint8_t*>(frame), static_cast<unsigned int>(length), &packet,
-                                  hdlc::kStructured);
-  }
-  if (result != 0) return result;
+  // The silent decode: the log is the simulator's own.
+  const int result = hdlc::decodeFrame(frame, static_cast<unsigned int>(length), packet, hdlc::kStructured);
+  if (result != hdlc::HDLC_OK) return result;
 
   std::vector<S_SimAnswer> answers;
   for (SimAld& ald : _alds) answer(ald, packet, secondsSinceStart, answers);
@@ -115,7 +94,7 @@ int AldBus::handleFrame(const uint8_t* frame, size_t length, double secondsSince
 
 void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::vector<S_SimAnswer>& answers) {
   if (packet.address != kBroadcastAddress) {
-    if (packet.address != 0 && ald.address() == packet.address && ald.takeFrame(now)) {
+    if (packet.address != kNoAddress && ald.address() == packet.address && ald.takeFrame(now)) {
       answerAddressed(ald, packet, answers);
     }
     return;
@@ -128,11 +107,11 @@ void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::ve
   } else if (xid.hasAddress) {
     if (xid.uid != nullptr && ald.hasUid(xid.uid, xid.uidLength) && ald.takeFrame(now)) {
       ald.setAddress(xid.address);
-      answers.push_back(makeAnswer(ald, xid.address, kXid, identification(ald, false)));
+      answers.push_back(identification(ald, xid.address, false));
     }
-  } else if (ald.address() == 0 && ald.matchesProbe(xid.uid, xid.uidLength, xid.mask, xid.maskLength) &&
+  } else if (ald.address() == kNoAddress && ald.matchesProbe(xid.uid, xid.uidLength, xid.mask, xid.maskLength) &&
              ald.takeFrame(now)) {
-    answers.push_back(makeAnswer(ald, kBroadcastAddress, kXid, identification(ald, !ald.config().noVendor)));
+    answers.push_back(identification(ald, kBroadcastAddress, !ald.config().noVendor));
   }
 }
 
@@ -140,50 +119,53 @@ void AldBus::answerAddressed(SimAld& ald, const S_HdlcPacket& packet, std::vecto
   uint8_t own = ald.address();
   // I-frames and polls are served whatever the link state: after a new address
   // assignment the primary goes on without a fresh SNRM and keeps its numbers.
-  if (packet.control == kIFrame) {
+  if (hdlc::isIFrame(packet.control)) {
     if (!ald.acceptIFrame(packet.sendNo)) {
-      answers.push_back(makeAnswer(ald, own, kRr, {}));
+      answers.push_back(makeAnswer(ald, own, kRr));
       return;
     }
     std::vector<uint8_t> message;
     ald.answerProcedure(packet.data, packet.dataLength, message);
-    S_SimAnswer reply = makeAnswer(ald, own, kIFrame, message);
+    S_SimAnswer reply = makeAnswer(ald, own, kIFrame);
+    reply.packet.dataLength = static_cast<uint16_t>(message.size());
+    memcpy(reply.packet.data, message.data(), message.size());
     reply.packet.sendNo = ald.takeSendNo();
     answers.push_back(reply);
-  } else if ((packet.control & 0x03) == kRr) {  // any S-frame: RR, RNR or REJ
-    answers.push_back(makeAnswer(ald, own, kRr, {}));
+  } else if (hdlc::isSFrame(packet.control)) {  // RR, RNR or REJ
+    answers.push_back(makeAnswer(ald, own, kRr));
   } else if (packet.control == kSnrm || packet.control == kDisc) {
     if (packet.control == kSnrm) {
       ald.linkOpen();
     } else {
       ald.linkClose();
     }
-    answers.push_back(makeAnswer(ald, own, kUa, {}));
+    answers.push_back(makeAnswer(ald, own, kUa));
   } else if (packet.control == kXid) {
     S_XidParams xid = readXid(packet);
+    S_SimAnswer reply = makeAnswer(ald, own, kXid);
     if (xid.hdlcGroup) {
-      answers.push_back(makeAnswer(ald, own, kXid, {kFormatId, kHdlcGroup, 0x03, 0x07, 0x01, 0x01}));
+      const uint8_t window = 1;
+      XidWriter(reply.packet, kHdlcGroup).add(kHdlcParamTransmitWindow, &window, 1);
+      answers.push_back(reply);
     } else if (xid.reset) {
-      answers.push_back(makeAnswer(ald, own, kXid, {kFormatId, kAldGroup, 0x02, kParamReset, 0x00}));
+      XidWriter(reply.packet, kAldGroup).add(kParamReset, nullptr, 0);
+      answers.push_back(reply);
       ald.forget();
     }
   }
 }
 
-std::vector<uint8_t> AldBus::identification(const SimAld& ald, bool withVendor) {
+S_SimAnswer AldBus::identification(const SimAld& ald, uint8_t address, bool withVendor) {
   const S_AldConfig& config = ald.config();
-  // Built byte by byte: range inserts into a small vector trip a false array-bounds warning of g++ 12.
-  std::vector<uint8_t> data = {kFormatId, kAldGroup, 0x00, kParamUid, static_cast<uint8_t>(config.uid.size())};
-  for (uint8_t byte : config.uid) data.push_back(byte);
-  for (uint8_t byte : {kParamDeviceType, uint8_t(0x01), config.deviceType}) data.push_back(byte);
-  if (withVendor) {
-    for (uint8_t byte : {kParamVendorCode, uint8_t(0x02), config.vendor[0], config.vendor[1]}) data.push_back(byte);
-  }
-  data[2] = static_cast<uint8_t>(data.size() - 3);
-  return data;
+  S_SimAnswer answer = makeAnswer(ald, address, kXid);
+  XidWriter xid(answer.packet, kAldGroup);
+  xid.add(kParamUid, config.uid.data(), static_cast<uint8_t>(config.uid.size()));
+  xid.add(kParamDeviceType, &config.deviceType, 1);
+  if (withVendor) xid.add(kParamVendorCode, config.vendor, 2);
+  return answer;
 }
 
-S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t control, const std::vector<uint8_t>& data) {
+S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t control) {
   S_SimAnswer answer;
   answer.ald = &ald;
   S_HdlcPacket& packet = answer.packet;
@@ -193,8 +175,6 @@ S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t contr
   if (ald.config().wrongAddr >= 0 && address != kBroadcastAddress) packet.address = static_cast<uint8_t>(ald.config().wrongAddr);
   packet.control = control;
   packet.receiveNo = ald.receiveNo();
-  packet.dataLength = static_cast<uint16_t>(data.size());
-  if (!data.empty()) memcpy(packet.data, data.data(), data.size());
   return answer;
 }
 
@@ -202,13 +182,13 @@ S_SimReply AldBus::encodeAnswer(S_SimAnswer answer, bool corrupt) {
   S_HdlcPacket& packet = answer.packet;
   uint8_t buffer[hdlc::kMaxFrame];
   unsigned int length = 0;
-  HdlcProtocol::encode(&packet, buffer, &length, hdlc::kStructured);
+  hdlc::encodeFrame(packet, hdlc::kStructured, buffer, length);
   if (corrupt) {
     // Spoil the FCS in the record and stuff the frame area again, so the frame
     // stays well formed and only its check fails.
     packet.data[packet.dataLength] ^= 0xFF;
     unsigned int stuffed = 0;
-    HdlcProtocol::trans(&packet.address, packet.dataLength + 4u, buffer + 1, &stuffed);
+    hdlc::stuff(hdlc::frameArea(packet), packet.dataLength + 4u, buffer + 1, stuffed);
     buffer[stuffed + 1] = hdlc::kFlag;
     length = stuffed + 2;
   }

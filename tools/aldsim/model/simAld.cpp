@@ -1,6 +1,6 @@
 #include "simAld.h"
 
-#include "InteractionLayer/InteractionObj/CommandLine/mretV2Command.h"
+#include "aisgAppLayer/commManager/aisgFrame.h"
 
 #include <cstring>
 

@@ -53,8 +53,8 @@ void checkFrame(unsigned char* frame, unsigned int length) {
   if (length > hdlc::kMaxFrame) abort();
   S_HdlcPacket packet;
   memset(&packet, 0, sizeof(packet));
-  if (HdlcProtocol::decode(frame, length, &packet, hdlc::kStructured) != 0) abort();
-  if ((packet.control & 0x01) != 0 || packet.pollFinal != 1) abort();
+  if (hdlc::decodeFrame(frame, length, packet, hdlc::kStructured) != hdlc::HDLC_OK) abort();
+  if (!hdlc::isIFrame(packet.control) || packet.pollFinal != 1) abort();
 }
 
 }  // namespace

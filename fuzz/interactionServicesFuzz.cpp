@@ -17,6 +17,7 @@
 
 #include "InteractionLayer/interactionManager.h"
 #include "aisgAppLayer/commManager/aisgCommManager.h"
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
@@ -50,10 +51,11 @@ class FakeBus : public InteractionBusInterface {
   int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int) override {
     ++exchanges;
     sink += touch(reinterpret_cast<unsigned char*>(packet), sizeof(*packet));
-    if (result == -2 || result == -3) return result;
+    if (result == E_EXCHANGE_TIME_OUT || result == E_EXCHANGE_UNDECODABLE) return result;
     // The manager hands back only a reply that decoded.
-    if (HdlcProtocol::decode(reply->bytes.get(), static_cast<unsigned int>(reply->size), packet, hdlc::kStructured) != 0) {
-      return -3;
+    if (hdlc::decodeFrame(reply->bytes.get(), static_cast<unsigned int>(reply->size), *packet, hdlc::kStructured) !=
+        hdlc::HDLC_OK) {
+      return E_EXCHANGE_UNDECODABLE;
     }
     return result;
   }
@@ -61,7 +63,7 @@ class FakeBus : public InteractionBusInterface {
     ++exchanges;
     if (*length < 0 || static_cast<unsigned int>(*length) > hdlc::kMaxFrame) abort();
     sink += touch(data, static_cast<size_t>(*length));
-    if (result != 0) return -1;
+    if (result != E_EXCHANGE_SUCCESS) return -1;
     // No more than the manager's receive buffer holds.
     size_t size = reply->size < AisgCommManager::kMaxQueueText ? reply->size : AisgCommManager::kMaxQueueText;
     if (size > 0) memcpy(data, reply->bytes.get(), size);
@@ -151,9 +153,7 @@ void checkReply(const S_InteractionMsg& request, const S_InteractionMsg& reply, 
       abort();
     }
     S_HdlcPacket packet;
-    unsigned char frame[hdlc::kMaxFrame];
-    memcpy(frame, reply.data, dataLength);
-    if (HdlcProtocol::decode(frame, dataLength, &packet, hdlc::kStructured) != 0) abort();
+    if (hdlc::decodeFrame(reply.data, dataLength, packet, hdlc::kStructured) != hdlc::HDLC_OK) abort();
   } else {
     // Address, control and information; the reply as long as the request.
     if (dataLength < 2 || dataLength > 2 + hdlc::kMaxDataLength) abort();
@@ -170,7 +170,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   memcpy(head, data, size < sizeof(head) ? size : sizeof(head));
   size_t used = size < sizeof(head) ? size : sizeof(head);
   const bool console = (head[0] & 0x01) != 0;
-  static const int kResults[] = {0, -1, -2, -3};
+  static const int kResults[] = {E_EXCHANGE_SUCCESS, E_EXCHANGE_OTHER_ADDRESS, E_EXCHANGE_TIME_OUT,
+                                 E_EXCHANGE_UNDECODABLE};
   gBus.result = kResults[(head[0] >> 1) & 0x03];
   unsigned int received = littleEndian(head + 1, 4);
   if ((head[0] & 0x08) == 0) received %= interaction::kMaxText + 1;

@@ -1,22 +1,21 @@
-// The link procedures and the device scan against the fake bus.
+// The link procedures and the device scan against the simulator's ALDs.
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <algorithm>
-#include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "aisgAppLayer/deviceManager/layer2Device/layer2V2Device.h"
-#include "fakeBus.h"
+#include "simBus.h"
 #include "utility/debugTrace.h"
+#include "utility/hexText.h"
 
 namespace {
 
-using fake::Bytes;
-
-enum Procedure { kLink, kDisc, kPoll, kReset, kHdlc, kAssign, kScan };
+using tframes::Bytes;
 
 // A frame of the scan in short: "reset", "probe 00/02" (prefix/mask), "assign 4142->1", "snrm 1".
 std::string describe(const S_HdlcPacket& packet) {
@@ -31,48 +30,17 @@ std::string describe(const S_HdlcPacket& packet) {
 class Layer2V2DeviceTest : public testing::Test {
  protected:
   void SetUp() override {
+    gLogLevel = 1;  // the scans' traces are many
+    container_->clear();
+  }
+
+  // A whole scan of a bus of these ALDs: the number found; the frames sent go to frames_, described.
+  int scan(const std::vector<std::string>& alds) {
+    bus_ = SimBus(alds);
     device_._pCommInterface = &bus_;
-    container_->clear();
-    gLogLevel = 1;
-  }
-  void TearDown() override {
-    gLogLevel = 3;
-    container_->clear();
-  }
-
-  // Runs one procedure on address 1 (a reset to all), with `uid` in info_ and in
-  // the probe's prefix, and `mask` as the probe's one-byte mask.
-  int run(Procedure procedure, const Bytes& uid = {}, uint8_t mask = 0) {
-    info_ = S_AldBaseInfo{};
-    info_.address = 77;
-    info_.status = ASSIGNING;
-    info_.uidLength = static_cast<uint8_t>(uid.size());
-    std::copy(uid.begin(), uid.end(), info_.uid);
-    S_UidScanUintV2_t step{};
-    step.uidLength = info_.uidLength;
-    std::copy(uid.begin(), uid.end(), step.uid);
-    step.mask[0] = mask;
-    bus_.sent.clear();
-    bus_.times.clear();
-    switch (procedure) {
-      case kLink: return device_.linkEstablish(1);
-      case kDisc: return device_.disconnect(1);
-      case kPoll: return device_.devicePoll(1);
-      case kReset: return device_.resetDevice(0xFF);
-      case kHdlc: return device_.hdlcParameter(1);
-      case kAssign: return device_.addressAssign(&info_, 1);
-      case kScan: return device_.oneScan(step, &info_);
-    }
-    return 99;
-  }
-
-  // A whole scan of the fake bus: the number found; the frames sent go to frames_, described.
-  int scan() {
-    bus_.sent.clear();
-    bus_.times.clear();
-    frames_.clear();
     unsigned char found = 0xEE;
     EXPECT_EQ(device_.deviceScan(19, found), 0);
+    frames_.clear();
     for (const S_HdlcPacket& packet : bus_.sent) frames_.push_back(describe(packet));
     return found;
   }
@@ -84,16 +52,16 @@ class Layer2V2DeviceTest : public testing::Test {
   }
 
   Layer2V2Device device_;
-  fake::FakeBus bus_;
-  S_AldBaseInfo info_{};
+  SimBus bus_;
   std::vector<std::string> frames_;
   AldDeviceContainer* container_ = AldDeviceContainer::getInstance();
 };
 
-// Each procedure's frame and what it makes of replies: the frame as the worked
-// frames have it, the time-out passed through, and each reply (control byte on
-// the wire, information) with the result it must give.
+// Each procedure's frame and what it makes of replies: silence, a reply that does
+// not decode, and replies (control byte on the wire, information; control 0 for
+// bytes as they stand) with the result each gives.
 TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
+  using Run = std::function<int(Layer2V2Device&, S_AldBaseInfo&)>;
   struct Reply {
     uint8_t control;
     Bytes data;
@@ -101,63 +69,60 @@ TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
   };
   Bytes oversize = {0x81, 0xF0, 0x1E, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x15};
   oversize.resize(oversize.size() + 21, 0xEE);
+  const Reply other = {0x73, {}, -1};
   const struct {
-    Procedure procedure;
-    Bytes uid;
-    uint8_t mask;
+    Run run;
     const char* frame;
     std::vector<Reply> replies;
   } cases[] = {
       // UA with and without the final bit; DM.
-      {kLink, {}, 0, "7E 01 93 8D B0 7E", {{0x73, {}, 0}, {0x63, {}, 0}, {0x1F, {}, -1}}},
-      {kDisc, {}, 0, "7E 01 53 81 76 7E", {{0x73, {}, 0}, {0x1F, {}, -1}}},
+      {[](auto& d, auto&) { return d.linkEstablish(1); }, "7E 01 93 8D B0 7E", {{0x73, {}, 0}, {0x63, {}, 0}, {0x1F, {}, -1}}},
+      {[](auto& d, auto&) { return d.disconnect(1); }, "7E 01 53 81 76 7E", {{0x73, {}, 0}}},
       // RR with N(R) 5; RNR; an I-frame.
-      {kPoll, {}, 0, "7E 01 11 97 17 7E", {{0xB1, {}, 0}, {0x15, {}, -1}, {0x10, {}, -1}}},
-      {kReset, {}, 0, "7E FF BF 81 F0 02 07 00 A4 F3 7E",
-       {{0xBF, {0x81, 0xF0, 0x02, 0x07, 0x00}, 0}, {0xBF, {0x81, 0xF0, 0x03, 0x05, 0x01, 0x00}, -1}, {0x73, {}, -1}}},
+      {[](auto& d, auto&) { return d.devicePoll(1); }, "7E 01 11 97 17 7E", {{0xB1, {}, 0}, {0x15, {}, -1}, {0x10, {}, -1}}},
+      {[](auto& d, auto&) { return d.resetDevice(0xFF); }, "7E FF BF 81 F0 02 07 00 A4 F3 7E",
+       {{0xBF, {0x81, 0xF0, 0x02, 0x07, 0x00}, 0}, {0xBF, {0x81, 0xF0, 0x03, 0x05, 0x01, 0x00}, -1}, other}},
       // The ALD answers with its transmit window (7), not an echo of the request.
-      {kHdlc, {}, 0, "7E 01 BF 81 80 12 05 04 00 00 00 00 06 04 00 00 00 00 07 01 00 08 01 00 E3 71 7E",
+      {[](auto& d, auto&) { return d.hdlcParameter(1); },
+       "7E 01 BF 81 80 12 05 04 00 00 00 00 06 04 00 00 00 00 07 01 00 08 01 00 E3 71 7E",
        {{0xBF, {0x81, 0x80, 0x03, 0x07, 0x01, 0x00}, 0}, {0xBF, {0x81, 0x80, 0x06, 0x05, 0x04, 0, 0, 0, 0}, -1}}},
-      {kAssign, {0x41}, 0, "7E FF BF 81 F0 06 01 01 41 02 01 01 72 84 7E", {}},
       // Wants the UID and the device type: not without either, not in a group of length 0, and
       // not a UID too long for the record.
-      {kAssign, {0x41, 0x42}, 0, "7E FF BF 81 F0 07 01 02 41 42 02 01 01 F1 C5 7E",
+      {[](auto& d, auto& info) { return d.addressAssign(&info, 1); }, "7E FF BF 81 F0 07 01 02 41 42 02 01 01 F1 C5 7E",
        {{0xBF, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, 0},
         {0xBF, {0x81, 0xF0, 0x04, 0x01, 0x02, 0x41, 0x42}, -1},
         {0xBF, {0x81, 0xF0, 0x03, 0x04, 0x01, 0x11}, -1},
-        {0xBF, {0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, -1},
-        {0x73, {}, -1},
-        {0xBF, oversize, -1}}},
-      // Wants the vendor code as well, in the ALD group of the one format. The group length may end
-      // inside the last parameter, but neither it nor a parameter may run past the reply.
-      {kScan, {}, 0, "7E FF BF 81 F0 04 01 00 03 00 A6 58 7E",
+        {0xBF, {0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, -1}, other, {0xBF, oversize, -1}}},
+      // Wants the vendor code as well, in the ALD group of the one format, in any order and among
+      // others. The group length may end inside the last parameter, but neither it nor a
+      // parameter may run past the reply.
+      {[](auto& d, auto& info) { return d.oneScan({}, &info); }, "7E FF BF 81 F0 04 01 00 03 00 A6 58 7E",
        {{0xBF, {0x81, 0xF0, 0x07, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11}, -1},
         {0xBF, {0x81, 0xF0, 0x0A, 0x01, 0x02, 0x41, 0x42, 0x04, 0x01, 0x11, 0x06, 0x01, 'X'}, -1},
         {0xBF, {0x81, 0xF0, 0x00, 0x01, 0x02, 0x41, 0x42}, -1},
-        {0xBF, {0x82, 0xF0, 0x03, 0x04, 0x01, 0x11}, -1},
-        {0x73, {}, -1},
-        {0xBF, oversize, -1},
-        {0xBF, {0x81, 0xF0, 0x0A, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}, 0},
+        {0xBF, {0x82, 0xF0, 0x03, 0x04, 0x01, 0x11}, -1}, other, {0xBF, oversize, -1},
+        {0xBF, {0x81, 0xF0, 0x0D, 0x04, 0x01, 0x11, 0x09, 0x01, 0x00, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}, 0},
         {0xBF, {0x81, 0xF0, 0x20, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x02, 0x41, 0x42}, -1},
         {0xBF, {0x81, 0xF0, 0x0E, 0x04, 0x01, 0x11, 0x06, 0x02, 'X', 'Y', 0x01, 0x05, 0x41, 0x42}, -1}}},
-      {kScan, {0x00}, 0x02, "7E FF BF 81 F0 06 01 01 00 03 01 02 39 E6 7E", {}},
-      {kScan, {0x02}, 0x02, "7E FF BF 81 F0 06 01 01 02 03 01 02 4F DF 7E", {}},
+      {[](auto& d, auto& info) { return d.oneScan({1, 0, {0x02}, {0x02}}, &info); },
+       "7E FF BF 81 F0 06 01 01 02 03 01 02 4F DF 7E", {}},
   };
+  device_._pCommInterface = &bus_;
   for (const auto& c : cases) {
-    EXPECT_EQ(run(c.procedure, c.uid, c.mask), -2) << c.frame;
-    ASSERT_EQ(bus_.sent.size(), 1u);
-    EXPECT_EQ(bus_.times[0], 1000u);
-    EXPECT_EQ(fake::wire(bus_.sent[0]), c.frame);
-    bus_.script.push_back({-3, {}});
-    EXPECT_EQ(run(c.procedure, c.uid, c.mask), -3) << c.frame;
-    for (const Reply& r : c.replies) {
-      bus_.script.push_back({0, fake::reply(0xFF, r.control, r.data)});
-      EXPECT_EQ(run(c.procedure, c.uid, c.mask), r.expected) << c.frame << " reply " << &r - c.replies.data();
+    std::vector<Reply> replies = {{0, {}, -2}, {0, {0x7E, 0x03, 0x7E}, -3}};
+    replies.insert(replies.end(), c.replies.begin(), c.replies.end());
+    for (const Reply& r : replies) {
+      S_HdlcPacket reply = tframes::packetTo(0xFF, r.control, r.data);
+      bus_.script.push_back(r.control == 0 ? r.data : tframes::encoded(reply, 0));
+      S_AldBaseInfo info{77, 0, 2, {0x41, 0x42}, ASSIGNING, 0, {}};
+      bus_.sent.clear();
+      EXPECT_EQ(c.run(device_, info), r.expected) << c.frame << " reply " << &r - replies.data();
+      ASSERT_EQ(bus_.sent.size(), 1u);
+      const Bytes sent = tframes::frame(bus_.sent[0]);
+      EXPECT_EQ(hexText(sent.data(), sent.size()), c.frame);
       // Whatever the reply, the record keeps its address and status and nothing runs past its UID.
-      EXPECT_EQ(info_.address, 77);
-      EXPECT_EQ(info_.status, ASSIGNING);
-      EXPECT_EQ(info_.reserved, 0);
-      EXPECT_LE(info_.uidLength, 20);
+      EXPECT_EQ(std::vector<int>({info.address, info.status, info.reserved}), std::vector<int>({77, ASSIGNING, 0}));
+      EXPECT_LE(info.uidLength, 20);
     }
   }
 }
@@ -168,35 +133,36 @@ TEST_F(Layer2V2DeviceTest, ScanOfAnEmptyBusThenOfOneAldAgainAndAgain) {
   AldDevice stale;
   stale.address = 5;
   container_->attach(&stale);
-  EXPECT_EQ(scan(), 0);
+  EXPECT_EQ(scan({}), 0);
   EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /"}));
   EXPECT_EQ(container_->getAldDeviceNums(), 0u);
 
-  bus_.alds = {{{0x41, 0x42}}};
-  EXPECT_EQ(scan(), 1);
+  EXPECT_EQ(scan({"uid=0x4142,type=0x11,vendor=XY"}), 1);
   EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /", "probe 4142/FFFF", "assign 4142->1", "snrm 1"}));
   EXPECT_EQ(aldAt(1), "4142 3");
   AldDevice* first = container_->findAldDeviceObj(1);
-  EXPECT_EQ(first->baseInfo.address, 1);
-  EXPECT_EQ(first->deviceType, 0x11);
-  EXPECT_EQ(first->aisgVersion, 2);
+  EXPECT_EQ(std::vector<int>({first->baseInfo.address, first->deviceType, first->aisgVersion}),
+            std::vector<int>({1, 0x11, 2}));
   EXPECT_STREQ(reinterpret_cast<const char*>(first->baseInfo.vendorCode), "XY");
   first->setStatus(LOST);
-  ASSERT_EQ(scan(), 1);
-  EXPECT_NE(container_->findAldDeviceObj(1), first);
-  EXPECT_EQ(first->getStatus(), LOST);
   size_t warm = 0;
   for (int i = 0; i < 400; ++i) {
-    ASSERT_EQ(scan(), 1);
+    unsigned char found = 0;
+    device_.deviceScan(19, found);
+    ASSERT_EQ(aldAt(1), "4142 3");
+    if (i == 0) {
+      EXPECT_NE(container_->findAldDeviceObj(1), first);
+      EXPECT_EQ(first->getStatus(), LOST) << "dropped, yet readable through the next scan";
+    }
     if (i == 20) warm = mallinfo2().uordblks;
   }
   // An AldDevice object a scan would add well over 10 kB without freeing.
   EXPECT_LT(mallinfo2().uordblks, warm + 4096);
 }
 
+// 49 42 falls silent at its eighth frame, its SNRM; the two part at bit 3.
 TEST_F(Layer2V2DeviceTest, ScanSplitsTwoAldsBreadthFirstWithTheZeroBranchFirst) {
-  bus_.alds = {{{0x49, 0x42}, fake::kFailSnrm}, {{0x41, 0x42}}};  // apart at bit 3
-  EXPECT_EQ(scan(), 2);
+  EXPECT_EQ(scan({"uid=0x4942,silentFrom=8", "uid=0x4142"}), 2);
   EXPECT_EQ(frames_, (std::vector<std::string>{
                          "reset", "probe /",                   // collision
                          "probe 00/02", "probe 02/02",         // collision, silence
@@ -211,20 +177,17 @@ TEST_F(Layer2V2DeviceTest, ScanSplitsTwoAldsBreadthFirstWithTheZeroBranchFirst) 
 }
 
 TEST_F(Layer2V2DeviceTest, ScanNeverSplitsBitZeroAndStopsAtPosition152) {
-  bus_.alds = {{{0x40}}, {{0x41}}};
-  EXPECT_EQ(scan(), 0);
+  EXPECT_EQ(scan({"uid=0x40", "uid=0x41"}), 0);
   // The reset, the root, and two children for each of the positions 1 to 152.
   ASSERT_EQ(frames_.size(), 2u + 2u * 152u);
   EXPECT_EQ(frames_.back(), "probe 40" + std::string(36, '0') + "01/FE" + std::string(36, 'F') + "01");
 }
 
+// 43 42 is alone on its branch at position 1 and leaves out its vendor code; 45 42
+// alone at position 2 falls silent at its sixth frame, the assignment; 41 42 and
+// 49 42 part at 3, where 41 42 falls silent at its sixth frame, the confirmation.
 TEST_F(Layer2V2DeviceTest, ScanDropsAldsThatFailTheirProbeOrAssignment) {
-  // 43 42 is alone on its branch at position 1, 45 42 at position 2; 41 42 and 49 42 part at 3.
-  bus_.alds = {{{0x41, 0x42}, fake::kFailConfirm},
-               {{0x49, 0x42}},
-               {{0x45, 0x42}, fake::kFailAssign},
-               {{0x43, 0x42}, fake::kNoVendor}};
-  EXPECT_EQ(scan(), 1);
+  EXPECT_EQ(scan({"uid=0x4142,silentFrom=6", "uid=0x4942", "uid=0x4542,silentFrom=6", "uid=0x4342,noVendor=1"}), 1);
   const std::string sent = testing::PrintToString(frames_);
   EXPECT_EQ(sent.find("assign 4142"), std::string::npos);
   EXPECT_EQ(sent.find("assign 4342"), std::string::npos);
@@ -233,12 +196,15 @@ TEST_F(Layer2V2DeviceTest, ScanDropsAldsThatFailTheirProbeOrAssignment) {
 }
 
 TEST_F(Layer2V2DeviceTest, ScanGivesNoMoreThan254Addresses) {
-  for (int i = 0; i < 255; ++i) bus_.alds.push_back({{static_cast<uint8_t>(i << 1), static_cast<uint8_t>(i >> 7)}});
-  EXPECT_EQ(scan(), 254);
+  std::vector<std::string> alds;
+  for (int i = 0; i < 255; ++i) alds.push_back("uid=0x" + hexText(std::vector<uint8_t>{uint8_t(i << 1), uint8_t(i >> 7)}.data(), 2, ""));
+  EXPECT_EQ(scan(alds), 254);
   int running = 0;
   for (int address = 1; address <= 254; ++address) running += aldAt(static_cast<uint8_t>(address)).back() == '3';
   EXPECT_EQ(running, 254);
-  EXPECT_EQ(std::count_if(bus_.alds.begin(), bus_.alds.end(), [](const fake::Ald& a) { return a.address == 0; }), 1);
+  std::vector<std::string> lines;
+  bus_.model.command("list", lines);
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(" - ") != std::string::npos; }), 1);
 }
 
 }  // namespace

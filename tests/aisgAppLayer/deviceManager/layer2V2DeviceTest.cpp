@@ -34,26 +34,30 @@ class Layer2V2DeviceTest : public testing::Test {
     container_->clear();
   }
 
-  // A whole scan of a bus of these ALDs: the number found; the frames sent go to frames_, described.
+  // A whole scan of a bus of these ALDs: the number found; the frames sent go to frames_, in short.
   int scan(const std::vector<std::string>& alds) {
     bus_ = SimBus(alds);
     device_._pCommInterface = &bus_;
     unsigned char found = 0xEE;
     EXPECT_EQ(device_.deviceScan(19, found), 0);
     frames_.clear();
-    for (const S_HdlcPacket& packet : bus_.sent) frames_.push_back(describe(packet));
+    for (const S_HdlcPacket& packet : bus_.sent) frames_ += (frames_.empty() ? "" : ", ") + describe(packet);
     return found;
   }
-  // The UID and status of the ALD at `address`: "4142 3".
-  std::string aldAt(uint8_t address) {
-    AldDevice* ald = container_->findAldDeviceObj(address);
-    if (ald == nullptr) return "none";
-    return hexText(ald->baseInfo.uid, ald->baseInfo.uidLength, "") + " " + std::to_string(ald->getStatus());
+  // The ALDs in the container, address, UID and status: "1:4142:3 2:4942:2".
+  std::string alds() {
+    std::string text;
+    for (AldDevice* ald = container_->getBeginAldDeviceObj(); ald != nullptr && !container_->isEnd();
+         ald = container_->getNextAldDeviceObj()) {
+      text += (text.empty() ? "" : " ") + std::to_string(ald->address) + ":" +
+              hexText(ald->baseInfo.uid, ald->baseInfo.uidLength, "") + ":" + std::to_string(ald->getStatus());
+    }
+    return text;
   }
 
   Layer2V2Device device_;
   SimBus bus_;
-  std::vector<std::string> frames_;
+  std::string frames_;
   AldDeviceContainer* container_ = AldDeviceContainer::getInstance();
 };
 
@@ -127,19 +131,49 @@ TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
   }
 }
 
-// An empty bus, then one ALD in five frames, again and again: the objects that a
-// scan drops stay readable through the next scan, and then they are freed.
-TEST_F(Layer2V2DeviceTest, ScanOfAnEmptyBusThenOfOneAldAgainAndAgain) {
+// Whole scans: the ALDs found, the frames in short (the last of them, as many as
+// given), how many went out, and the ALDs in the container.
+TEST_F(Layer2V2DeviceTest, ScansGoBreadthFirstWithTheZeroBranchFirst) {
+  const std::string deepest = "probe 40" + std::string(36, '0') + "01/FE" + std::string(36, 'F') + "01";
+  const struct {
+    std::vector<std::string> alds;
+    int found;
+    size_t frames;
+    std::string last, container;
+  } cases[] = {
+      {{}, 0, 2, "reset, probe /", ""},
+      {{"uid=0x4142"}, 1, 5, "reset, probe /, probe 4142/FFFF, assign 4142->1, snrm 1", "1:4142:3"},
+      // Apart at bit 3: collisions down to it, with silence on each branch of bit 1; 49 42
+      // falls silent at its eighth frame, its SNRM, and stays addressed only.
+      {{"uid=0x4942,silentFrom=8", "uid=0x4142"}, 2, 14,
+       "reset, probe /, probe 00/02, probe 02/02, probe 00/06, probe 04/06, probe 00/0E, probe 4142/FFFF, "
+       "assign 4142->1, probe 08/0E, probe 4942/FFFF, assign 4942->2, snrm 1, snrm 2",
+       "1:4142:3 2:4942:2"},
+      // Apart at bit 0 only, which is never split: two children for each position up to 152.
+      {{"uid=0x40", "uid=0x41"}, 0, 2 + 2 * 152, deepest, ""},
+      // 43 42 is alone at position 1 but leaves out its vendor code; 45 42 alone at 2 falls
+      // silent at its sixth frame, the assignment; of 41 42 and 49 42, apart at 3, 41 42 falls
+      // silent at its sixth, the confirmation. The address is not used up.
+      {{"uid=0x4142,silentFrom=6", "uid=0x4942", "uid=0x4542,silentFrom=6", "uid=0x4342,noVendor=1"}, 1, 14,
+       "probe 00/02, probe 02/02, probe 00/06, probe 04/06, probe 4542/FFFF, assign 4542->1, probe 00/0E, "
+       "probe 4142/FFFF, probe 08/0E, probe 4942/FFFF, assign 4942->1, snrm 1",
+       "1:4942:3"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(scan(c.alds), c.found) << c.last;
+    EXPECT_EQ(bus_.sent.size(), c.frames) << c.last;
+    EXPECT_EQ(frames_.substr(frames_.size() - std::min(frames_.size(), c.last.size())), c.last);
+    EXPECT_EQ(alds(), c.container) << c.last;
+  }
+}
+
+// The record of an ALD found; the objects that a scan drops stay readable through
+// the next scan, and then they are freed.
+TEST_F(Layer2V2DeviceTest, RepeatedScansReplaceAndFreeTheRecords) {
   AldDevice stale;
   stale.address = 5;
   container_->attach(&stale);
-  EXPECT_EQ(scan({}), 0);
-  EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /"}));
-  EXPECT_EQ(container_->getAldDeviceNums(), 0u);
-
   EXPECT_EQ(scan({"uid=0x4142,type=0x11,vendor=XY"}), 1);
-  EXPECT_EQ(frames_, (std::vector<std::string>{"reset", "probe /", "probe 4142/FFFF", "assign 4142->1", "snrm 1"}));
-  EXPECT_EQ(aldAt(1), "4142 3");
   AldDevice* first = container_->findAldDeviceObj(1);
   EXPECT_EQ(std::vector<int>({first->baseInfo.address, first->deviceType, first->aisgVersion}),
             std::vector<int>({1, 0x11, 2}));
@@ -149,59 +183,22 @@ TEST_F(Layer2V2DeviceTest, ScanOfAnEmptyBusThenOfOneAldAgainAndAgain) {
   for (int i = 0; i < 400; ++i) {
     unsigned char found = 0;
     device_.deviceScan(19, found);
-    ASSERT_EQ(aldAt(1), "4142 3");
-    if (i == 0) {
-      EXPECT_NE(container_->findAldDeviceObj(1), first);
-      EXPECT_EQ(first->getStatus(), LOST) << "dropped, yet readable through the next scan";
-    }
+    ASSERT_EQ(alds(), "1:4142:3");
+    EXPECT_TRUE(i > 0 || first->getStatus() == LOST) << "dropped, yet readable through the next scan";
     if (i == 20) warm = mallinfo2().uordblks;
   }
   // An AldDevice object a scan would add well over 10 kB without freeing.
   EXPECT_LT(mallinfo2().uordblks, warm + 4096);
 }
 
-// 49 42 falls silent at its eighth frame, its SNRM; the two part at bit 3.
-TEST_F(Layer2V2DeviceTest, ScanSplitsTwoAldsBreadthFirstWithTheZeroBranchFirst) {
-  EXPECT_EQ(scan({"uid=0x4942,silentFrom=8", "uid=0x4142"}), 2);
-  EXPECT_EQ(frames_, (std::vector<std::string>{
-                         "reset", "probe /",                   // collision
-                         "probe 00/02", "probe 02/02",         // collision, silence
-                         "probe 00/06", "probe 04/06",         // collision, silence
-                         "probe 00/0E",                        // only 41 42
-                         "probe 4142/FFFF", "assign 4142->1",  //
-                         "probe 08/0E",                        // only 49 42
-                         "probe 4942/FFFF", "assign 4942->2",  //
-                         "snrm 1", "snrm 2"}));
-  EXPECT_EQ(aldAt(1), "4142 3");
-  EXPECT_EQ(aldAt(2), "4942 2") << "addressed only, its SNRM failed";
-}
-
-TEST_F(Layer2V2DeviceTest, ScanNeverSplitsBitZeroAndStopsAtPosition152) {
-  EXPECT_EQ(scan({"uid=0x40", "uid=0x41"}), 0);
-  // The reset, the root, and two children for each of the positions 1 to 152.
-  ASSERT_EQ(frames_.size(), 2u + 2u * 152u);
-  EXPECT_EQ(frames_.back(), "probe 40" + std::string(36, '0') + "01/FE" + std::string(36, 'F') + "01");
-}
-
-// 43 42 is alone on its branch at position 1 and leaves out its vendor code; 45 42
-// alone at position 2 falls silent at its sixth frame, the assignment; 41 42 and
-// 49 42 part at 3, where 41 42 falls silent at its sixth frame, the confirmation.
-TEST_F(Layer2V2DeviceTest, ScanDropsAldsThatFailTheirProbeOrAssignment) {
-  EXPECT_EQ(scan({"uid=0x4142,silentFrom=6", "uid=0x4942", "uid=0x4542,silentFrom=6", "uid=0x4342,noVendor=1"}), 1);
-  const std::string sent = testing::PrintToString(frames_);
-  EXPECT_EQ(sent.find("assign 4142"), std::string::npos);
-  EXPECT_EQ(sent.find("assign 4342"), std::string::npos);
-  EXPECT_LT(sent.find("assign 4542->1"), sent.find("assign 4942->1"));
-  EXPECT_EQ(aldAt(1), "4942 3");
-}
-
 TEST_F(Layer2V2DeviceTest, ScanGivesNoMoreThan254Addresses) {
-  std::vector<std::string> alds;
-  for (int i = 0; i < 255; ++i) alds.push_back("uid=0x" + hexText(std::vector<uint8_t>{uint8_t(i << 1), uint8_t(i >> 7)}.data(), 2, ""));
-  EXPECT_EQ(scan(alds), 254);
-  int running = 0;
-  for (int address = 1; address <= 254; ++address) running += aldAt(static_cast<uint8_t>(address)).back() == '3';
-  EXPECT_EQ(running, 254);
+  std::vector<std::string> bus;
+  for (int i = 0; i < 255; ++i) bus.push_back("uid=0x" + hexText(std::vector<uint8_t>{uint8_t(i << 1), uint8_t(i >> 7)}.data(), 2, ""));
+  EXPECT_EQ(scan(bus), 254);
+  const std::string found = alds() + " ";
+  size_t running = 0;
+  for (size_t at = found.find(":3 "); at != std::string::npos; at = found.find(":3 ", at + 1)) ++running;
+  EXPECT_EQ(running, 254u);
   std::vector<std::string> lines;
   bus_.model.command("list", lines);
   EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find(" - ") != std::string::npos; }), 1);

@@ -13,6 +13,12 @@ namespace {
 using tframes::Bytes;
 using tframes::packetTo;
 
+// The bus's answer to the frame of packet, on the wire; empty for silence.
+std::string answer(SimBus& bus, const S_HdlcPacket& packet) {
+  const Bytes reply = bus.answer(packet);
+  return hexText(reply.data(), reply.size());
+}
+
 const Bytes kRootProbe = {0x81, 0xF0, 0x04, 0x01, 0x00, 0x03, 0x00};
 const char* const kCollision = "7E FF BF 81 F0 0B 01 02 41 42 04 01 01 06 02 53 49 B9 2B 7E";
 const char* const kFirstAlone = "7E FF BF 81 F0 0B 01 02 41 42 04 01 01 06 02 53 49 46 2B 7E";
@@ -61,9 +67,23 @@ TEST(AldBusTest, AnswersFrameByFrame) {
       {xid(0xFF, kRootProbe), kCollision},
   };
   for (const auto& step : steps) {
-    const Bytes reply = bus.answer(step.request);
-    EXPECT_EQ(hexText(reply.data(), reply.size()), step.reply) << "step " << &step - steps;
+    EXPECT_EQ(answer(bus, step.request), step.reply) << "step " << &step - steps;
   }
+}
+
+// The fault knobs: every reply spoiled, replies from another address with an
+// alarm in the tilt procedures, and an ALD told to be quiet.
+TEST(AldBusTest, FaultKnobs) {
+  SimBus bus({"uid=0x51,badFcs=100", "uid=0x52,wrongAddr=9,alarm=7"});
+  EXPECT_EQ(answer(bus, packetTo(0xFF, 0xAF, {0x81, 0xF0, 0x06, 0x01, 0x01, 0x51, 0x02, 0x01, 0x01})),
+            "7E 01 BF 81 F0 06 01 01 51 04 01 01 F9 14 7E");
+  EXPECT_EQ(answer(bus, packetTo(0xFF, 0xAF, {0x81, 0xF0, 0x06, 0x01, 0x01, 0x52, 0x02, 0x01, 0x02})),
+            "7E 09 BF 81 F0 06 01 01 52 04 01 01 61 8D 7E");
+  const S_HdlcPacket getTilt = packetTo(2, 0x00, {0x82, 0x01, 0x00, 0x01});
+  EXPECT_EQ(answer(bus, getTilt), "7E 09 30 82 02 00 01 07 55 C2 7E");
+  std::vector<std::string> lines;
+  bus.model.command("quiet 2", lines);
+  EXPECT_EQ(answer(bus, getTilt), "");
 }
 
 }  // namespace

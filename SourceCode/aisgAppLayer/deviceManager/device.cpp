@@ -1,5 +1,6 @@
 #include "aisgAppLayer/deviceManager/device.h"
 
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "utility/debugTrace.h"
 
 int Device::commandSend(unsigned char* data, unsigned int length) {
@@ -10,7 +11,7 @@ int Device::commandSend(unsigned char* data, unsigned int length) {
 
 int Device::waitReadResponseData(unsigned char* data, unsigned int length, unsigned int time) {
   if (_pCommInterface == nullptr) return -1;
-  return _pCommInterface->waitReadResponseData(data, length, time) < 0 ? -2 : 0;
+  return _pCommInterface->waitReadResponseData(data, length, time) < 0 ? E_EXCHANGE_TIME_OUT : E_EXCHANGE_SUCCESS;
 }
 
 int Device::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) {

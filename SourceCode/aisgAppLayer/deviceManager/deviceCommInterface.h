@@ -19,7 +19,7 @@ class DeviceCommInterface {
     return 0;
   }
   virtual void commandSend(unsigned char* data, unsigned int length) = 0;
-  // Packet form: 0 reply, -1 reply from another address, -2 no reply in time, -3 undecodable reply.
+  // Packet form: an E_ExchangeResult, with the reply in packet on success.
   virtual int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) = 0;
   // Raw form: 0 reply (the raw bytes replace data), -1 no reply in time.
   virtual int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) = 0;

@@ -110,6 +110,14 @@ TEST_F(AisgCommManagerTest, UndecodableRepliesEndTheWaitAndAreCounted) {
             std::vector<unsigned int>({crc0 + 1, noStop0 + 1, received0}));
   EXPECT_EQ(exchange({}, badFcs, 1000, 0, &raw), 0);  // the raw form hands back whatever came
   EXPECT_EQ(raw, badFcs);
+  EXPECT_EQ(exchange(packetTo(3, 0x01), good), 0);
+  EXPECT_EQ(_manager->getReceivedOctetsCount(), received0 + 6);
+  // Clearing leaves the count of bytes sent.
+  const unsigned int sent = _manager->getSendOctetsCount();
+  _manager->clearStatusData();
+  EXPECT_EQ(std::vector<unsigned int>({_manager->getCrcErrorCount(), _manager->getWithoutStopFlagCount(),
+                                       _manager->getReceivedOctetsCount(), _manager->getSendOctetsCount()}),
+            std::vector<unsigned int>({0, 0, 0, sent}));
 }
 
 }  // namespace

@@ -9,10 +9,18 @@
 #include "utility/debugTrace.h"
 
 Thread::Thread(const char* name, ThreadStatusEnum status, int priority, int schedPolicy)
-    : _status(status), _schedPolicy(schedPolicy), _priority(priority), _threadId() {
-  memset(_threadName, 0, sizeof(_threadName));
+    : _status(status),
+      _schedPolicy(schedPolicy),
+      _priority(priority),
+      _threadId(),
+      _threadName(),
+      _body(nullptr),
+      _arg(nullptr),
+      _joinable(false) {
   if (name != nullptr) strncpy(_threadName, name, sizeof(_threadName) - 1);
 }
+
+Thread::Thread(const char* name) : Thread(name, THREAD_STATUS_STOPPED, 0, SCHED_OTHER) {}
 
 void Thread::run() {
   for (;;) {
@@ -64,4 +72,35 @@ int Thread::destroy() {
   pthread_cancel(_threadId);
   TRACE(3, "pthread_cancel(%d)\n", static_cast<int>(_threadId));
   return 0;
+}
+
+int Thread::start(void* (*body)(void*), void* arg, S_TraceSite site, const char* failureText,
+                  E_ThreadIdTrace idTrace) {
+  _body = body;
+  _arg = arg;
+  const bool started = pthread_create(&_threadId, nullptr, bodyPoint, this) == 0;
+  if (started) {
+    _status = THREAD_STATUS_CREATED;
+    _joinable = true;
+  } else {
+    DebugTrace(1, site.file, site.line, "%s", failureText);
+  }
+  if (idTrace == E_THREAD_ID_TRACED) {
+    DebugTrace(3, site.file, site.line, "_threadId = %d\n", static_cast<int>(_threadId));
+  }
+  return started ? 0 : -1;
+}
+
+void* Thread::bodyPoint(void* self) {
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  Thread* thread = static_cast<Thread*>(self);
+  return thread->_body(thread->_arg);
+}
+
+void Thread::stop() {
+  if (!_joinable) return;
+  pthread_cancel(_threadId);
+  pthread_join(_threadId, nullptr);
+  _joinable = false;
+  _status = THREAD_STATUS_STOPPED;
 }

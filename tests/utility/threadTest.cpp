@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -6,8 +7,11 @@
 #include <string>
 #include <thread>
 
+#include "captureStdout.h"
+#include "utility/startGate.h"
 #include "utility/thread.h"
 #include "utility/threadLock.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
@@ -53,6 +57,63 @@ TEST(ThreadTest, CreateRunsDetachedAndCancelOnlyChangesTheStatus) {
 }
 
 TEST(ThreadTest, EntryPointWithNullReturnsAtOnce) { EXPECT_EQ(Thread::entryPoint(nullptr), nullptr); }
+
+// An owner's loop: works holding a lock, through a cancel point of the C library, then waits.
+struct Worker {
+  pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
+  std::atomic<int> rounds{0};
+  static void* loop(void* self) {
+    Worker* w = static_cast<Worker*>(self);
+    for (;;) {
+      pthread_mutex_lock(&w->held);
+      ++w->rounds;
+      usleep(20000);
+      pthread_mutex_unlock(&w->held);
+      pauseMs(1);
+    }
+  }
+};
+
+TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInItsWait) {
+  for (E_ThreadIdTrace idTrace : {E_THREAD_ID_TRACED, E_THREAD_ID_UNTRACED}) {
+    Worker worker;
+    Thread thread("worker");
+    int line = 0;
+    std::string out = captured([&] {
+      line = __LINE__; EXPECT_EQ(thread.start(Worker::loop, &worker, TRACE_SITE, "no thread\n", idTrace), 0);
+    });
+    std::string id = "INF:[threadTest,L" + std::to_string(line) + "]_threadId = " +
+                     std::to_string(static_cast<int>(thread.getThreadId())) + "\n\033[0m";
+    EXPECT_EQ(out.substr(std::min(out.find("INF:"), out.size())), idTrace == E_THREAD_ID_TRACED ? id : "");
+    ASSERT_TRUE(eventually([&] { return worker.rounds.load() > 0; }));  // mostly in its first round
+    thread.stop();
+    EXPECT_EQ(thread.status(), THREAD_STATUS_STOPPED);
+    EXPECT_EQ(pthread_mutex_trylock(&worker.held), 0) << "cancelled while it held the lock, or still running";
+    thread.stop();  // nothing left to stop
+  }
+}
+
+TEST(StartGateTest, ACancelledWaiterLeavesTheGateToOpenForTheOthers) {
+  auto* gate = new StartGate();  // left behind only when a waiter holds it for good
+  auto wait = [](void* g) -> void* {
+    static_cast<StartGate*>(g)->wait();
+    return g;
+  };
+  pthread_t cancelled, waiter;
+  ASSERT_EQ(pthread_create(&cancelled, nullptr, wait, gate), 0);
+  ASSERT_EQ(pthread_create(&waiter, nullptr, wait, gate), 0);
+  pthread_cancel(cancelled);
+  void* result = nullptr;
+  pthread_join(cancelled, &result);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  std::atomic<bool> opened{false};
+  std::thread([gate, &opened] { gate->open(), opened = true; }).detach();
+  ASSERT_TRUE(eventually([&] { return opened.load(); })) << "the gate stayed locked";
+  pthread_join(waiter, &result);
+  EXPECT_EQ(result, gate);
+  gate->wait();  // open for good
+  delete gate;
+}
 
 TEST(ThreadLockTest, ExcludesAcrossThreads) {
   ThreadLock lock;

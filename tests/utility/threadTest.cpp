@@ -62,6 +62,7 @@ TEST(ThreadTest, EntryPointWithNullReturnsAtOnce) { EXPECT_EQ(Thread::entryPoint
 struct Worker {
   pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
   std::atomic<int> rounds{0};
+  ~Worker() { pthread_mutex_destroy(&held); }
   static void* loop(void* self) {
     Worker* w = static_cast<Worker*>(self);
     for (;;) {
@@ -88,7 +89,9 @@ TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInItsWait) {
     ASSERT_TRUE(eventually([&] { return worker.rounds.load() > 0; }));  // mostly in its first round
     thread.stop();
     EXPECT_EQ(thread.status(), THREAD_STATUS_STOPPED);
-    EXPECT_EQ(pthread_mutex_trylock(&worker.held), 0) << "cancelled while it held the lock, or still running";
+    const int locked = pthread_mutex_trylock(&worker.held);
+    EXPECT_EQ(locked, 0) << "cancelled while it held the lock, or still running";
+    if (locked == 0) pthread_mutex_unlock(&worker.held);
     thread.stop();  // nothing left to stop
   }
 }

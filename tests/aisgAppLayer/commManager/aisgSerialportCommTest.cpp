@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <sys/msg.h>
 
+#include <atomic>
 #include <memory>
 
 #include "aisgAppLayer/commManager/aisgSerialportComm.h"
@@ -8,7 +9,7 @@
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 
 // Stands for a receive thread that the system holds up right after it restarted the silence timer.
-static bool gHeldUpAfterRestart = false;
+static std::atomic<bool> gHeldUpAfterRestart{false};
 
 extern "C" int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* old) {
   static const auto real = reinterpret_cast<int (*)(timer_t, int, const itimerspec*, itimerspec*)>(

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <termios.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 
@@ -22,7 +23,7 @@ extern "C" int tcsetattr(int fd, int action, const termios* tio) {
 
 // Calls on this line are cut as a signal would cut them: a write takes 2 bytes at the most,
 // and every other read fails with EINTR.
-static dev_t gCutLine = 0;
+static std::atomic<dev_t> gCutLine{0};
 
 static bool onCutLine(int fd) {
   struct stat line;

@@ -8,6 +8,31 @@
 
 #include "utility/debugTrace.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace {
+
+// A cancel unwinds the frames of a thread without the epilogues that clear their
+// red zones under the address sanitizer, and the C library's end of the thread
+// then runs into them: the stack below the body's frame is made free again.
+void clearUnwoundFrames(void* bodyFrame) {
+#if defined(__SANITIZE_ADDRESS__)
+  pthread_attr_t attributes;
+  void* stack = nullptr;
+  size_t size = 0;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) return;
+  pthread_attr_getstack(&attributes, &stack, &size);
+  pthread_attr_destroy(&attributes);
+  __asan_unpoison_memory_region(stack, static_cast<size_t>(static_cast<char*>(bodyFrame) - static_cast<char*>(stack)));
+#else
+  (void)bodyFrame;
+#endif
+}
+
+}  // namespace
+
 Thread::Thread(const char* name, ThreadStatusEnum status, int priority, int schedPolicy)
     : _status(status),
       _schedPolicy(schedPolicy),
@@ -94,7 +119,12 @@ int Thread::start(void* (*body)(void*), void* arg, S_TraceSite site, const char*
 void* Thread::bodyPoint(void* self) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   Thread* thread = static_cast<Thread*>(self);
-  return thread->_body(thread->_arg);
+  void* result = nullptr;
+  char bodyFrame = 0;
+  pthread_cleanup_push(clearUnwoundFrames, &bodyFrame);
+  result = thread->_body(thread->_arg);
+  pthread_cleanup_pop(0);
+  return result;
 }
 
 void Thread::stop() {

@@ -97,23 +97,28 @@ TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInItsWait) {
 }
 
 TEST(StartGateTest, ACancelledWaiterLeavesTheGateToOpenForTheOthers) {
-  auto* gate = new StartGate();  // left behind only when a waiter holds it for good
-  auto wait = [](void* g) -> void* {
-    static_cast<StartGate*>(g)->wait();
-    return g;
+  struct Waiter {
+    StartGate* gate;
+    std::atomic<bool> through{false};
+    static void* loop(void* self) {
+      Waiter* w = static_cast<Waiter*>(self);
+      w->gate->wait();
+      w->through = true;
+      parkForever();
+    }
   };
-  pthread_t cancelled, waiter;
-  ASSERT_EQ(pthread_create(&cancelled, nullptr, wait, gate), 0);
-  ASSERT_EQ(pthread_create(&waiter, nullptr, wait, gate), 0);
-  pthread_cancel(cancelled);
-  void* result = nullptr;
-  pthread_join(cancelled, &result);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  auto* gate = new StartGate();  // left behind only when a waiter holds it for good
+  Waiter cancelled{gate}, waiter{gate};
+  Thread first("cancelled"), second("waiter");
+  ASSERT_EQ(first.start(Waiter::loop, &cancelled, TRACE_SITE, "", E_THREAD_ID_UNTRACED), 0);
+  ASSERT_EQ(second.start(Waiter::loop, &waiter, TRACE_SITE, "", E_THREAD_ID_UNTRACED), 0);
+  first.stop();
   std::atomic<bool> opened{false};
   std::thread([gate, &opened] { gate->open(), opened = true; }).detach();
   ASSERT_TRUE(eventually([&] { return opened.load(); })) << "the gate stayed locked";
-  pthread_join(waiter, &result);
-  EXPECT_EQ(result, gate);
+  EXPECT_TRUE(eventually([&] { return waiter.through.load(); }));
+  EXPECT_FALSE(cancelled.through);
+  second.stop();
   gate->wait();  // open for good
   delete gate;
 }

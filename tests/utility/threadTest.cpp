@@ -58,11 +58,12 @@ TEST(ThreadTest, CreateRunsDetachedAndCancelOnlyChangesTheStatus) {
 
 TEST(ThreadTest, EntryPointWithNullReturnsAtOnce) { EXPECT_EQ(Thread::entryPoint(nullptr), nullptr); }
 
-// An owner's loop: works holding a lock, through a cancel point of the C library, then waits.
+// An owner's loop: works holding a lock, through a cancel point of the C library, then waits at
+// a gate and pauses.
 struct Worker {
+  StartGate gate;
   pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
   std::atomic<int> rounds{0};
-  ~Worker() { pthread_mutex_destroy(&held); }
   static void* loop(void* self) {
     Worker* w = static_cast<Worker*>(self);
     for (;;) {
@@ -70,57 +71,40 @@ struct Worker {
       ++w->rounds;
       usleep(20000);
       pthread_mutex_unlock(&w->held);
+      w->gate.wait();
       pauseMs(1);
     }
   }
+  // Stops thread in a round of its loop; whether it left the lock free.
+  bool stopsInAWait(Thread& thread, int round) {
+    EXPECT_TRUE(eventually([&] { return rounds.load() >= round; }));
+    thread.stop();
+    if (pthread_mutex_trylock(&held) != 0) return false;
+    pthread_mutex_unlock(&held);
+    return true;
+  }
 };
 
-TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInItsWait) {
-  for (E_ThreadIdTrace idTrace : {E_THREAD_ID_TRACED, E_THREAD_ID_UNTRACED}) {
-    Worker worker;
-    Thread thread("worker");
-    int line = 0;
-    std::string out = captured([&] {
-      line = __LINE__; EXPECT_EQ(thread.start(Worker::loop, &worker, TRACE_SITE, "no thread\n", idTrace), 0);
-    });
-    std::string id = "INF:[threadTest,L" + std::to_string(line) + "]_threadId = " +
-                     std::to_string(static_cast<int>(thread.getThreadId())) + "\n\033[0m";
-    EXPECT_EQ(out.substr(std::min(out.find("INF:"), out.size())), idTrace == E_THREAD_ID_TRACED ? id : "");
-    ASSERT_TRUE(eventually([&] { return worker.rounds.load() > 0; }));  // mostly in its first round
-    thread.stop();
-    EXPECT_EQ(thread.status(), THREAD_STATUS_STOPPED);
-    const int locked = pthread_mutex_trylock(&worker.held);
-    EXPECT_EQ(locked, 0) << "cancelled while it held the lock, or still running";
-    if (locked == 0) pthread_mutex_unlock(&worker.held);
-    thread.stop();  // nothing left to stop
-  }
-}
-
-TEST(StartGateTest, ACancelledWaiterLeavesTheGateToOpenForTheOthers) {
-  struct Waiter {
-    StartGate* gate;
-    std::atomic<bool> through{false};
-    static void* loop(void* self) {
-      Waiter* w = static_cast<Waiter*>(self);
-      w->gate->wait();
-      w->through = true;
-      parkForever();
-    }
-  };
-  auto* gate = new StartGate();  // left behind only when a waiter holds it for good
-  Waiter cancelled{gate}, waiter{gate};
-  Thread first("cancelled"), second("waiter");
-  ASSERT_EQ(first.start(Waiter::loop, &cancelled, TRACE_SITE, "", E_THREAD_ID_UNTRACED), 0);
-  ASSERT_EQ(second.start(Waiter::loop, &waiter, TRACE_SITE, "", E_THREAD_ID_UNTRACED), 0);
-  first.stop();
+TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInAWaitOnly) {
+  auto* worker = new Worker();  // left behind only when a thread holds its gate for good
+  Thread first("first"), second("second");
+  int line = 0;
+  std::string out = captured([&] {
+    line = __LINE__; EXPECT_EQ(first.start(Worker::loop, worker, TRACE_SITE, "no thread\n", E_THREAD_ID_TRACED), 0);
+  });
+  EXPECT_EQ(out.substr(std::min(out.find("INF:"), out.size())),
+            "INF:[threadTest,L" + std::to_string(line) + "]_threadId = " +
+                std::to_string(static_cast<int>(first.getThreadId())) + "\n\033[0m");
+  EXPECT_TRUE(worker->stopsInAWait(first, 1)) << "in the first round, before any wait";
+  EXPECT_EQ(first.status(), THREAD_STATUS_STOPPED);
+  // It was cancelled at the closed gate.
   std::atomic<bool> opened{false};
-  std::thread([gate, &opened] { gate->open(), opened = true; }).detach();
-  ASSERT_TRUE(eventually([&] { return opened.load(); })) << "the gate stayed locked";
-  EXPECT_TRUE(eventually([&] { return waiter.through.load(); }));
-  EXPECT_FALSE(cancelled.through);
-  second.stop();
-  gate->wait();  // open for good
-  delete gate;
+  std::thread([worker, &opened] { worker->gate.open(), opened = true; }).detach();
+  ASSERT_TRUE(eventually([&] { return opened.load(); })) << "the cancelled waiter left the gate locked";
+  EXPECT_EQ(captured([&] { second.start(Worker::loop, worker, TRACE_SITE, "no thread\n", E_THREAD_ID_UNTRACED); }), "");
+  EXPECT_TRUE(worker->stopsInAWait(second, worker->rounds.load() + 2)) << "in a round after its waits";
+  second.stop();  // nothing left to stop
+  delete worker;
 }
 
 TEST(ThreadLockTest, ExcludesAcrossThreads) {

@@ -12,5 +12,5 @@ void startupChain() {
   // The 100 ms timer runs only from here on, so no tick comes before the managers are complete.
   TimerManager::getInstance()->startup();
   // Last: the endpoints forward nothing before every singleton above is complete.
-  InteractionManager::openStartGate();
+  InteractionManager::getInstance()->openStartGate();
 }

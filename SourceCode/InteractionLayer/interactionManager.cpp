@@ -20,12 +20,6 @@ InteractionManager* InteractionManager::_pInteractionManager = nullptr;
 
 namespace {
 
-// Plain POSIX objects without destructors: a thread still parked on the gate
-// when the process ends cannot hold up its exit.
-pthread_mutex_t gStartGateMutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t gStartGateCond = PTHREAD_COND_INITIALIZER;
-bool gStartGateOpen = false;
-
 const char* const kTextTooShort = "Command msg is incorrect,the size less then minsize.";
 const char* const kTextBadPacket = "The HDLC packet is incorrect.";
 const char* const kTextNotReady = "ALD is not ready.";
@@ -149,31 +143,13 @@ InteractionManager* InteractionManager::getInstance() {
   return _pInteractionManager;
 }
 
-void InteractionManager::openStartGate() {
-  pthread_mutex_lock(&gStartGateMutex);
-  gStartGateOpen = true;
-  pthread_cond_broadcast(&gStartGateCond);
-  pthread_mutex_unlock(&gStartGateMutex);
-}
-
-void InteractionManager::waitStartGate() {
-  pthread_mutex_lock(&gStartGateMutex);
-  while (!gStartGateOpen) pthread_cond_wait(&gStartGateCond, &gStartGateMutex);
-  pthread_mutex_unlock(&gStartGateMutex);
-}
-
-bool InteractionManager::startGateIsOpen() {
-  pthread_mutex_lock(&gStartGateMutex);
-  bool open = gStartGateOpen;
-  pthread_mutex_unlock(&gStartGateMutex);
-  return open;
-}
+void InteractionManager::openStartGate() { _startGate.open(); }
 
 InteractionManager::InteractionManager(const std::string& threadName)
     : _pMsgManageInterface(nullptr),
       _msgId(-1),
       _pMsgBuffer(nullptr),
-      _threadId(),
+      _thread("interactionManagerThread"),
       _threadName(threadName),
       _serviceFlag(0),
       _pBus(nullptr) {
@@ -183,36 +159,35 @@ InteractionManager::InteractionManager(const std::string& threadName)
   AldDeviceContainer::getInstance();
   // Cleared once, so that a short record never lets a service read stale bytes of an older one.
   _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
-  _pMsgManageInterface = new InteractionMsgManageInterface();
+  _pMsgManageInterface = new InteractionMsgManageInterface(_msgId);
   createInteractionInterface();
   createThread();
 }
 
 InteractionManager::~InteractionManager() {
+  // The threads first, then what they use.
   deleteThread();
-  delete[] _pMsgBuffer;
   _interactionMap.clear();
+  _ownEndpoints.clear();
+  delete _pMsgManageInterface;
+  delete[] _pMsgBuffer;
 }
 
 std::string InteractionManager::getThreadName() { return _threadName; }
 
 void InteractionManager::createThread() {
-  if (pthread_create(&_threadId, nullptr, interactionManagerThread, this) != 0) {
-    TRACE(1, "fail to create InteractionManager thread!\n");
-  }
-  TRACE(3, "_threadId = %d\n", static_cast<int>(_threadId));
+  _thread.start(interactionManagerThread, this, TRACE_SITE, "fail to create InteractionManager thread!\n",
+                E_THREAD_ID_TRACED);
 }
 
-void InteractionManager::deleteThread() {
-  pthread_detach(_threadId);
-  pthread_cancel(_threadId);
-}
+// Joined rather than detached: the thread works on this object and its buffer.
+void InteractionManager::deleteThread() { _thread.stop(); }
 
 void InteractionManager::stopServive() { _serviceFlag = 0; }
 
 void InteractionManager::startServive() { _serviceFlag = 1; }
 
-pthread_t InteractionManager::getThreadId() { return _threadId; }
+pthread_t InteractionManager::getThreadId() { return _thread.getThreadId(); }
 
 InteractionInterface* InteractionManager::registerInteraction(long msgType, InteractionInterface* endpoint) {
   endpoint->attach(_pMsgManageInterface);
@@ -230,8 +205,12 @@ InteractionBusInterface* InteractionManager::bus() {
 }
 
 int InteractionManager::createInteractionInterface() {
-  if (commandObjEnable != 0) registerInteraction(E_INTERACTION_MSG_COMMAND_LINE, new CommandLineObj());
-  registerInteraction(E_INTERACTION_MSG_MPLANE, new ProcessCommObj());
+  if (commandObjEnable != 0) {
+    _ownEndpoints.emplace_back(new CommandLineObj(_startGate));
+    registerInteraction(E_INTERACTION_MSG_COMMAND_LINE, _ownEndpoints.back().get());
+  }
+  _ownEndpoints.emplace_back(new ProcessCommObj(_startGate));
+  registerInteraction(E_INTERACTION_MSG_MPLANE, _ownEndpoints.back().get());
   return 0;
 }
 
@@ -262,7 +241,7 @@ int InteractionManager::messageProcessingMPlaneService(S_InteractionMsg* msg, un
 void* InteractionManager::interactionManagerThread(void* object) {
   InteractionManager* self = static_cast<InteractionManager*>(object);
   TRACE(3, "interactionManagerThread start\n");
-  waitStartGate();
+  self->_startGate.wait();
   for (;;) {
     TRACE(4, "interactionManagerThread wait msg = %d!\n", self->_msgId);
     ssize_t n = interaction::receiveMsg(self->_msgId, self->_pMsgBuffer);

@@ -5,13 +5,17 @@
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "InteractionLayer/interactionBusInterface.h"
 #include "InteractionLayer/interactionInterface.h"
 #include "InteractionLayer/interactionMsg.h"
 #include "InteractionLayer/interactionMsgManageInterface.h"
 #include "utility/appThreadInterface.h"
+#include "utility/startGate.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 struct S_HdlcPacket;
@@ -26,11 +30,9 @@ class InteractionManager : public AppThreadInterface {
 
   static InteractionManager* getInstance();
 
-  // The endpoints forward nothing until the start-up chain has brought up every
-  // singleton that serving needs; its last step opens this gate.
-  static void openStartGate();
-  static void waitStartGate();
-  static bool startGateIsOpen();
+  // The thread and the endpoints serve and forward nothing until the start-up chain
+  // has brought up every singleton that serving needs; its last step opens the gate.
+  void openStartGate();
 
   ~InteractionManager() override;
 
@@ -64,15 +66,19 @@ class InteractionManager : public AppThreadInterface {
   explicit InteractionManager(const std::string& threadName);
   InteractionBusInterface* bus();
 
+  // First, so that it outlasts every thread that waits on it.
+  StartGate _startGate;
   InteractionMsgManageInterface* _pMsgManageInterface;
   int _msgId;
   unsigned char* _pMsgBuffer;
-  pthread_t _threadId;
+  Thread _thread;
   std::string _threadName;
   int _serviceFlag;
   ThreadLock _lock;
   std::map<long, InteractionInterface*> _interactionMap;
   std::atomic<InteractionBusInterface*> _pBus;
+  // The endpoints made by createInteractionInterface.
+  std::vector<std::unique_ptr<InteractionInterface>> _ownEndpoints;
 
   static InteractionManager* _pInteractionManager;
 };

@@ -6,7 +6,12 @@
 // Posts the endpoints' records on the interaction manager's queue.
 class InteractionMsgManageInterface : public MsgCommandManagerInterface {
  public:
+  // msgId: the interaction manager's queue.
+  explicit InteractionMsgManageInterface(int msgId) : _msgId(msgId) {}
   int sendMsgCommandManager(unsigned char* msg, int size) override;
+
+ private:
+  int _msgId;
 };
 
 #endif

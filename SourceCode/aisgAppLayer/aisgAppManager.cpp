@@ -2,7 +2,6 @@
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -14,8 +13,10 @@
 #include "serviceEntry.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "systemServerLayer/timerManage/timerManager.h"
 #include "utility/debugTrace.h"
+#include "utility/threadLoop.h"
 
 AisgAppManager* AisgAppManager::_pAisgAppManager = nullptr;
 
@@ -23,7 +24,6 @@ namespace {
 
 constexpr int32_t kTickMsgType = 1;
 constexpr unsigned char kAisgVersion2 = 2;
-constexpr useconds_t kFailedReceivePauseUs = 100 * 1000;
 
 }  // namespace
 
@@ -34,7 +34,7 @@ AisgAppManager* AisgAppManager::getInstance() {
 
 AisgAppManager::AisgAppManager(const std::string& threadName)
     : _msgId(-1),
-      _threadId(),
+      _thread("aisgAppManagerThread"),
       _threadName(threadName),
       _serviceFlag(0),
       _runStep(E_RUN_STEP_DEVICE_SCAN),
@@ -52,9 +52,10 @@ AisgAppManager::AisgAppManager(const std::string& threadName)
   Layer2Device* layer2 = Layer2DeviceFactory::creatLayer2DeviceObj(kAisgVersion2, comm);
   if (layer2 != nullptr) Layer2DeviceContainer::getInstance()->attach(layer2);
   attachStatusBlock();
-  createThread();
-  // The first link of the tick chain; the timer counts only after TimerManager::startup.
+  // The first link of the tick chain, set before the thread can take a message and arm
+  // one of its own; the timer counts only after TimerManager::startup.
   _armed = true;
+  createThread();
   TimerManager* timers = TimerManager::getInstance();
   timers->registerTimingServer(this, E_PERIODIC_ONCE, E_EVT_TIMEOUT, kCycleMs);
   timers->registerTimingServer(&_lostTickRetry, E_PERIODIC_REPEAT, E_EVT_TIMEOUT, kCycleMs);
@@ -91,22 +92,18 @@ void AisgAppManager::attachStatusBlock() {
 std::string AisgAppManager::getThreadName() { return _threadName; }
 
 void AisgAppManager::createThread() {
-  if (pthread_create(&_threadId, nullptr, aisgAppManagerThread, this) != 0) {
-    TRACE(1, "fail to create AisgAppManager thread!\n");
-  }
-  TRACE(3, "_threadId = %d\n", static_cast<int>(_threadId));
+  _thread.start(aisgAppManagerThread, this, TRACE_SITE, "fail to create AisgAppManager thread!\n",
+                E_THREAD_ID_TRACED);
 }
 
-void AisgAppManager::deleteThread() {
-  pthread_detach(_threadId);
-  pthread_cancel(_threadId);
-}
+// Joined rather than detached: the thread works on this object.
+void AisgAppManager::deleteThread() { _thread.stop(); }
 
 void AisgAppManager::stopServive() { _serviceFlag = 0; }
 
 void AisgAppManager::startServive() { _serviceFlag = 1; }
 
-pthread_t AisgAppManager::getThreadId() { return _threadId; }
+pthread_t AisgAppManager::getThreadId() { return _thread.getThreadId(); }
 
 E_AppRunStep AisgAppManager::getRunStep() {
   ThreadLockGuard guard(_lock);
@@ -167,12 +164,10 @@ void AisgAppManager::serve() {
   unsigned char message[kRecordTypeSize];
   for (;;) {
     TRACE(4, "aisgAppManagerThread v3 wait msg = %d!\n", _msgId);
-    ssize_t length = recordReceive(_msgId, message, 0, 0, 0);
+    ssize_t length = receiveOrPause(_msgId, message, 0, TRACE_SITE);
     if (length < 0) {
-      int error = errno;
-      TRACE(1, "receive empty command -- length=%d , errno=%d!\n", static_cast<int>(length),
-            error);
-      waitAfterFailedReceive();
+      // Without a queue no tick can ever come.
+      if (_msgId < 0) parkForever();
       continue;
     }
     TRACE(4, "aisgAppManagerThread receive msg -- length = %d , _msgType=%d\n",
@@ -180,15 +175,6 @@ void AisgAppManager::serve() {
     runCycle();
     armNextTick();
   }
-}
-
-void AisgAppManager::waitAfterFailedReceive() {
-  if (_msgId < 0) {
-    // Without a queue no tick can ever come: park for good.
-    for (;;) sleep(100000);
-  }
-  // A queue that fails at once (removed, or a message too long at its head) must not spin.
-  usleep(kFailedReceivePauseUs);
 }
 
 void AisgAppManager::runCycle() {

@@ -10,6 +10,7 @@
 #include "aisgAppLayer/statusShareMem.h"
 #include "systemServerLayer/timerManage/timingServer.h"
 #include "utility/appThreadInterface.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 enum E_AppRunStep {
@@ -74,7 +75,6 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
 
   void attachStatusBlock();
   void serve();
-  void waitAfterFailedReceive();
   void runCycle();
   E_AppRunStep runOneStep(E_AppRunStep step);
   void setRunStep(E_AppRunStep step);
@@ -83,7 +83,7 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
   void retryLostTick();
 
   int _msgId;
-  pthread_t _threadId;
+  Thread _thread;
   std::string _threadName;
   int _serviceFlag;
   ThreadLock _lock;

@@ -60,4 +60,12 @@ constexpr Stem<N> makeStem(const char* name) {
 // Every call site passes its own file and line through this macro.
 #define TRACE(level, ...) DebugTrace((level), PK_FILE_STEM, __LINE__, __VA_ARGS__)
 
+// The place a shared helper traces for: its caller's file and line, so that a
+// trace names the owner it speaks of and not the helper.
+struct S_TraceSite {
+  const char* file;
+  int line;
+};
+#define TRACE_SITE (S_TraceSite{PK_FILE_STEM, __LINE__})
+
 #endif

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -6,8 +7,11 @@
 #include <string>
 #include <thread>
 
+#include "captureStdout.h"
+#include "utility/startGate.h"
 #include "utility/thread.h"
 #include "utility/threadLock.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
@@ -53,6 +57,55 @@ TEST(ThreadTest, CreateRunsDetachedAndCancelOnlyChangesTheStatus) {
 }
 
 TEST(ThreadTest, EntryPointWithNullReturnsAtOnce) { EXPECT_EQ(Thread::entryPoint(nullptr), nullptr); }
+
+// An owner's loop: works holding a lock, through a cancel point of the C library, then waits at
+// a gate and pauses.
+struct Worker {
+  StartGate gate;
+  pthread_mutex_t held = PTHREAD_MUTEX_INITIALIZER;
+  std::atomic<int> rounds{0};
+  static void* loop(void* self) {
+    Worker* w = static_cast<Worker*>(self);
+    for (;;) {
+      pthread_mutex_lock(&w->held);
+      ++w->rounds;
+      usleep(20000);
+      pthread_mutex_unlock(&w->held);
+      w->gate.wait();
+      pauseMs(1);
+    }
+  }
+  // Stops thread in a round of its loop; whether it left the lock free.
+  bool stopsInAWait(Thread& thread, int round) {
+    EXPECT_TRUE(eventually([&] { return rounds.load() >= round; }));
+    thread.stop();
+    if (pthread_mutex_trylock(&held) != 0) return false;
+    pthread_mutex_unlock(&held);
+    return true;
+  }
+};
+
+TEST(ThreadTest, StartTracesForTheOwnersPlaceAndStopEndsTheThreadInAWaitOnly) {
+  auto* worker = new Worker();  // left behind only when a thread holds its gate for good
+  Thread first("first"), second("second");
+  int line = 0;
+  std::string out = captured([&] {
+    line = __LINE__; EXPECT_EQ(first.start(Worker::loop, worker, TRACE_SITE, "no thread\n", E_THREAD_ID_TRACED), 0);
+  });
+  EXPECT_EQ(out.substr(std::min(out.find("INF:"), out.size())),
+            "INF:[threadTest,L" + std::to_string(line) + "]_threadId = " +
+                std::to_string(static_cast<int>(first.getThreadId())) + "\n\033[0m");
+  EXPECT_TRUE(worker->stopsInAWait(first, 1)) << "in the first round, before any wait";
+  EXPECT_EQ(first.status(), THREAD_STATUS_STOPPED);
+  // It was cancelled at the closed gate.
+  std::atomic<bool> opened{false};
+  std::thread([worker, &opened] { worker->gate.open(), opened = true; }).detach();
+  ASSERT_TRUE(eventually([&] { return opened.load(); })) << "the cancelled waiter left the gate locked";
+  EXPECT_EQ(captured([&] { second.start(Worker::loop, worker, TRACE_SITE, "no thread\n", E_THREAD_ID_UNTRACED); }), "");
+  EXPECT_TRUE(worker->stopsInAWait(second, worker->rounds.load() + 2)) << "in a round after its waits";
+  second.stop();  // nothing left to stop
+  delete worker;
+}
 
 TEST(ThreadLockTest, ExcludesAcrossThreads) {
   ThreadLock lock;

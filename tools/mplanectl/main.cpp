@@ -19,6 +19,7 @@
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "utility/debugTrace.h"
 #include "utility/hexText.h"
 
@@ -206,8 +207,7 @@ int main(int argc, char** argv) {
   int response = openQueue(config->_responseMsgKey, "response");
 
   S_InteractionMsg reply;
-  while (recordReceive(response, &reply, interaction::kMaxText, 0, IPC_NOWAIT | MSG_NOERROR) >= 0) {
-  }
+  drainQueue(response, E_DRAIN_ALL_MSGS);
   if (msgcheckAndsnd(command, request.data(), textSize, 0) != 0) {
     fprintf(stderr, "mplanectl: the request was not sent: %s\n", strerror(errno));
     return E_EXIT_USAGE;

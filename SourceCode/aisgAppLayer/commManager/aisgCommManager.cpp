@@ -7,17 +7,11 @@
 #include <cstring>
 
 #include "aisgAppLayer/commManager/aisgFrame.h"
-#include "aisgAppLayer/commManager/cancelPoint.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "utility/debugTrace.h"
-
-namespace {
-
-constexpr useconds_t kReceiveRetryPauseUs = 100000;
-
-}  // namespace
 
 AisgCommManager* AisgCommManager::_pAisgCommManager = nullptr;
 
@@ -28,7 +22,7 @@ AisgCommManager* AisgCommManager::getInstance() {
 
 AisgCommManager::AisgCommManager(const std::string& threadName)
     : _msgId(-1),
-      _threadId(),
+      _thread("aisgCommManagerThread"),
       _threadName(threadName),
       _serviceFlag(0),
       _pCommandLock(nullptr),
@@ -42,8 +36,7 @@ AisgCommManager::AisgCommManager(const std::string& threadName)
       _crcErrorCount(0),
       _withoutStopFlagCount(0),
       _receivedOctetsCount(0),
-      _sendOctetsCount(0),
-      _threadCreated(false) {
+      _sendOctetsCount(0) {
   _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
   _pSerialportComm = new AisgSerialportComm(_msgId);
   _pCommandLock = new ThreadLock();
@@ -69,27 +62,18 @@ AisgCommManager::~AisgCommManager() {
 std::string AisgCommManager::getThreadName() { return _threadName; }
 
 void AisgCommManager::createThread() {
-  if (pthread_create(&_threadId, nullptr, aisgCommManagerThread, this) != 0) {
-    TRACE(1, "fail to create AisgCommManager thread!\n");
-  } else {
-    _threadCreated = true;
-  }
-  TRACE(3, "_threadId = %d\n", static_cast<int>(_threadId));
+  _thread.start(aisgCommManagerThread, this, TRACE_SITE, "fail to create AisgCommManager thread!\n",
+                E_THREAD_ID_TRACED);
 }
 
-void AisgCommManager::deleteThread() {
-  if (!_threadCreated) return;
-  // Joined rather than detached, so that nothing is released under a running thread.
-  pthread_cancel(_threadId);
-  pthread_join(_threadId, nullptr);
-  _threadCreated = false;
-}
+// Joined rather than detached, so that nothing is released under a running thread.
+void AisgCommManager::deleteThread() { _thread.stop(); }
 
 void AisgCommManager::stopServive() { _serviceFlag = 0; }
 
 void AisgCommManager::startServive() { _serviceFlag = 1; }
 
-pthread_t AisgCommManager::getThreadId() { return _threadId; }
+pthread_t AisgCommManager::getThreadId() { return _thread.getThreadId(); }
 
 void AisgCommManager::commandSend(unsigned char* data, unsigned int length) {
   ThreadLockGuard guard(*_pCommandLock);
@@ -238,16 +222,13 @@ void AisgCommManager::clearStatusData() {
 void* AisgCommManager::aisgCommManagerThread(void* object) {
   // The argument, not the singleton pointer: the thread starts before getInstance has stored it.
   AisgCommManager* self = static_cast<AisgCommManager*>(object);
-  blockCancellation();
   TRACE(3, "aisgCommManagerThread start");
   for (;;) {
     TRACE(4, "AisgCommManagerThread wait msg = %d!\n", self->_msgId);
-    const ssize_t n = cancelPoint([&] { return recordReceive(self->_msgId, self->_pRevMsg, AisgCommManager::kMaxQueueText, 0, 0); });
-    const int error = errno;
-    if (n <= 0) {
-      TRACE(1, "receive empty command -- length=%d , errno=%d!\n", static_cast<int>(n), error);
-      // A queue that fails (gone, or never made) fails again at once.
-      if (n < 0) cancelPoint([] { return usleep(kReceiveRetryPauseUs); });
+    const ssize_t n = receiveOrPause(self->_msgId, self->_pRevMsg, kMaxQueueText, TRACE_SITE);
+    if (n < 0) continue;
+    if (n == 0) {
+      TRACE(1, "receive empty command -- length=%d , errno=%d!\n", 0, errno);
       continue;
     }
     TRACE(4, "AisgCommManagerThread receive msg -- length = %d\n", static_cast<int>(n));

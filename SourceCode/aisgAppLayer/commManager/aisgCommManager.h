@@ -11,6 +11,7 @@
 #include "aisgAppLayer/commManager/hdlcProtocol.h"
 #include "aisgAppLayer/deviceManager/deviceCommInterface.h"
 #include "utility/appThreadInterface.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 // Never stored by anything; kept for the shape of the manager.
@@ -70,7 +71,7 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   unsigned int readCounter(const unsigned int& counter);
 
   int _msgId;
-  pthread_t _threadId;
+  Thread _thread;
   std::string _threadName;
   int _serviceFlag;
   ThreadLock* _pCommandLock;
@@ -86,7 +87,6 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   unsigned int _withoutStopFlagCount;
   unsigned int _receivedOctetsCount;
   unsigned int _sendOctetsCount;
-  bool _threadCreated;
 
   static AisgCommManager* _pAisgCommManager;
 };

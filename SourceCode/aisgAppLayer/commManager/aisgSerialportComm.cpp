@@ -1,21 +1,18 @@
 #include "aisgAppLayer/commManager/aisgSerialportComm.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <map>
 
-#include "aisgAppLayer/commManager/cancelPoint.h"
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "utility/debugTrace.h"
 #include "utility/hexText.h"
 #include "utility/notifyTimer.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
-constexpr useconds_t kPortRetryPauseUs = 1000000;
 // A dump line keeps to 255 characters, three a byte ("7E "): 85 bytes are shown whole.
 constexpr std::size_t kDumpLineSize = 255;
 constexpr unsigned int kDumpWholeBytes = kDumpLineSize / 3;
@@ -51,7 +48,7 @@ void traceHexDump(const unsigned char* bytes, unsigned int length) {
 }  // namespace
 
 AisgSerialportComm::AisgSerialportComm(int msgId)
-    : _threadId(),
+    : _thread("serialportCommThread"),
       _stopFlag(0),
       _pRevLock(nullptr),
       _pSendLock(nullptr),
@@ -61,7 +58,6 @@ AisgSerialportComm::AisgSerialportComm(int msgId)
       _pRevMsg(nullptr),
       _timerId(),
       _timerCreated(false),
-      _threadCreated(false),
       _revLength(0),
       _timerKey(0) {
   _pRevLock = new ThreadLock();
@@ -121,7 +117,6 @@ void AisgSerialportComm::handle(sigval value) {
 
 void* AisgSerialportComm::serialportCommThread(void* object) {
   AisgSerialportComm* self = static_cast<AisgSerialportComm*>(object);
-  blockCancellation();
   unsigned char buffer[kRevBufferSize];
   memset(buffer, 0, sizeof(buffer));
   const bool waitsForTheLine = self->_pRs485Adapter->isTerminal();
@@ -129,23 +124,22 @@ void* AisgSerialportComm::serialportCommThread(void* object) {
   for (;;) {
     TRACE(4, "2020-03 AisgSerialportComm:modualCommThread running .........\n");
     const int count = cancelPoint([&] { return self->_pRs485Adapter->receive(buffer, kRevBufferSize); });
-    if (count > 0) {
-      // Restarted even when the buffer is full: the message ends only with silence.
-      self->resetTimer(kSilenceMs);
-      self->appendReceived(buffer, static_cast<unsigned int>(count));
-    }
+    if (count > 0) self->gatherReceived(buffer, static_cast<unsigned int>(count));
     // A port that is not open (or hung up) fails again at once, and a file that is no
     // terminal answers at once, with nothing or without end (/dev/zero): read either
     // once a second.
-    if (count <= 0 || !waitsForTheLine) cancelPoint([] { return usleep(kPortRetryPauseUs); });
+    if (count <= 0 || !waitsForTheLine) pauseMs(kPortRetryPauseMs);
   }
   return nullptr;
 }
 
-void AisgSerialportComm::appendReceived(const unsigned char* bytes, unsigned int count) {
-  // The timer's callback drains the same buffer; without the lock a read could land
-  // half in the message being posted and half in the next.
+void AisgSerialportComm::gatherReceived(const unsigned char* bytes, unsigned int count) {
+  // The timer's callback drains the same buffer under this lock. Restarted and appended
+  // in one hold: a countdown that ran out between the two would find nothing to post,
+  // and the bytes would wait for the next reply and spoil it.
   ThreadLockGuard guard(*_pRevLock);
+  // Restarted even when the buffer is full: the message ends only with silence.
+  resetTimer(kSilenceMs);
   const unsigned int room = kRevBufferSize - _revLength;
   if (count > room) count = room;
   memcpy(_revBuffer + _revLength, bytes, count);
@@ -153,20 +147,12 @@ void AisgSerialportComm::appendReceived(const unsigned char* bytes, unsigned int
 }
 
 void AisgSerialportComm::createThread() {
-  if (pthread_create(&_threadId, nullptr, serialportCommThread, this) != 0) {
-    TRACE(1, "fail to create serialportCommThread thread\n");
-    return;
-  }
-  _threadCreated = true;
+  _thread.start(serialportCommThread, this, TRACE_SITE, "fail to create serialportCommThread thread\n",
+                E_THREAD_ID_UNTRACED);
 }
 
-void AisgSerialportComm::deleteThread() {
-  if (!_threadCreated) return;
-  // Joined rather than detached, so that nothing is released under a running thread.
-  pthread_cancel(_threadId);
-  pthread_join(_threadId, nullptr);
-  _threadCreated = false;
-}
+// Joined rather than detached, so that nothing is released under a running thread.
+void AisgSerialportComm::deleteThread() { _thread.stop(); }
 
 int AisgSerialportComm::createTimer() {
   TimerClients& clients = timerClients();

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "aisgAppLayer/commManager/rs485Adapter.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 // The queue message of type 3: raw bytes from the port, at most 384 in use.
@@ -44,10 +45,11 @@ class AisgSerialportComm {
   void stopServer();
 
  private:
-  // Adds the bytes of one read to the message being gathered, as far as there is room.
-  void appendReceived(const unsigned char* bytes, unsigned int count);
+  // Restarts the silence timer and adds the bytes of one read to the message being
+  // gathered, as far as there is room.
+  void gatherReceived(const unsigned char* bytes, unsigned int count);
 
-  pthread_t _threadId;
+  Thread _thread;
   int _stopFlag;
   ThreadLock* _pRevLock;
   ThreadLock* _pSendLock;
@@ -57,7 +59,6 @@ class AisgSerialportComm {
   S_SerialportMsg* _pRevMsg;
   timer_t _timerId;
   bool _timerCreated;
-  bool _threadCreated;
   unsigned int _revLength;
   // What the timer's notification carries: the key under which handle finds this object.
   int _timerKey;

@@ -6,6 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -139,9 +140,15 @@ int Rs485Adapter::send(unsigned char* buffer, unsigned int length) {
     puts(kNotInit);
     return -1;
   }
-  if (write(_fd, buffer, length) < 0) {
-    puts("ERROR: rs485 write error!");
-    return -1;
+  // The whole frame goes out: a write that a signal cut short goes on with the rest.
+  for (unsigned int sent = 0; sent < length;) {
+    const ssize_t count = write(_fd, buffer + sent, length - sent);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      puts("ERROR: rs485 write error!");
+      return -1;
+    }
+    sent += static_cast<unsigned int>(count);
   }
   return 0;
 }
@@ -151,7 +158,10 @@ int Rs485Adapter::receive(unsigned char* buffer, unsigned int length) {
     puts(kNotInit);
     return -1;
   }
-  ssize_t count = read(_fd, buffer, length);
+  ssize_t count;
+  do {
+    count = read(_fd, buffer, length);
+  } while (count < 0 && errno == EINTR);
   if (count < 0) {
     puts("ERROR: rs485 read error!");
     return -1;

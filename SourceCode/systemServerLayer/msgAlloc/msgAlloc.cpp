@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "utility/debugTrace.h"
 
 MsgHandlerManager* MsgHandlerManager::msgHandlerManagerInstance = nullptr;
@@ -29,9 +30,7 @@ int MsgHandlerManager::allocMsgHandler() {
     TRACE(1, "create msg error\n");
     return -1;
   }
-  unsigned char drain[kRecordTypeSize + kMaxQueueText];
-  while (recordReceive(id, drain, kMaxQueueText, 0, IPC_NOWAIT) > 0) {
-  }
+  drainQueue(id, E_DRAIN_TEXT_MSGS);
   return id;
 }
 

@@ -1,13 +1,12 @@
 #include "systemServerLayer/timerManage/timerManager.h"
 
-#include <sys/ipc.h>
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "utility/debugTrace.h"
+#include "utility/threadLoop.h"
 
 int timeoutMsgid = -1;
 
@@ -51,18 +50,17 @@ TimerManager* TimerManager::getInstance() {
   return timerManagerInstance;
 }
 
-TimerManager::TimerManager() : _pTimer(nullptr) {
+TimerManager::TimerManager() : _tickThread("execTick"), _pTimer(nullptr) {
   lock = new TimerManagerLock();
   timeoutMsgid = MsgHandlerManager::getInstance()->allocMsgHandler();
-  pthread_t id;
-  if (pthread_create(&id, nullptr, execTick, this) != 0) {
-    TRACE(1, "fail to create TimerManager thread\n");
-  }
+  _tickThread.start(execTick, this, TRACE_SITE, "fail to create TimerManager thread\n", E_THREAD_ID_UNTRACED);
   _pTimer = new Timer(kTickMs, timeoutNotify);
   _timerServerState = 0;
 }
 
 TimerManager::~TimerManager() {
+  // The tick thread walks the units under the lock released here.
+  _tickThread.stop();
   delete _pTimer;
   delete lock;
   lock = nullptr;
@@ -129,24 +127,22 @@ void TimerManager::timeoutNotify(sigval value) {
   setRecordType(tick, kTickMsgType);
   if (msgcheckAndsnd(timeoutMsgid, tick, 0, 0) < 0) {
     // The queue is over its limits: take one waiting tick out to make room.
-    unsigned char drain[kRecordTypeSize + kMaxQueueText];
-    while (recordReceive(timeoutMsgid, drain, kMaxQueueText, 0, IPC_NOWAIT) > 0) {
-    }
+    drainQueue(timeoutMsgid, E_DRAIN_TEXT_MSGS);
   }
   ++_msgSndCnt;
 }
 
 void TimerManager::takeTick() {
   unsigned char tick[kRecordTypeSize];
-  if (recordReceive(timeoutMsgid, tick, 0, 0, 0) >= 0) return;
+  if (cancelPoint([&] { return recordReceive(timeoutMsgid, tick, 0, 0, 0); }) >= 0) return;
   if (timeoutMsgid < 0) {
     // Without a tick queue no tick can ever come: the thread parks for good.
     TRACE(1, "TimerManager has no tick queue, timers stop\n");
-    for (;;) sleep(100000);
+    parkForever();
   }
   // A failed receive still counts as a tick; the pause keeps a queue that fails on
-  // every call from spinning, and paces the timers at the tick period meanwhile.
-  usleep(kTickMs * 1000);
+  // every call from spinning, and paces the timers at about the tick period meanwhile.
+  pauseMs(kFailedReceivePauseMs);
 }
 
 void TimerManager::walkUnits() {

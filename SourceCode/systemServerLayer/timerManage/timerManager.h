@@ -10,6 +10,7 @@
 #include "systemServerLayer/timerManage/timer.h"
 #include "systemServerLayer/timerManage/timerManagerLock.h"
 #include "systemServerLayer/timerManage/timingServer.h"
+#include "utility/thread.h"
 
 // How a registration behaves: 1 runs once, every other value is periodic.
 enum E_periodicAttr { E_PERIODIC_ONCE = 1, E_PERIODIC_REPEAT = 2 };
@@ -61,6 +62,7 @@ class TimerManager {
   // Runs one tick of both lists; the caller holds the lock.
   static void walkUnits();
 
+  Thread _tickThread;
   Timer* _pTimer;
 
   // Shared between the notification threads, execTick and callers: atomic words.

@@ -1,10 +1,23 @@
+#include <dlfcn.h>
 #include <sys/msg.h>
 
+#include <atomic>
 #include <memory>
 
 #include "aisgAppLayer/commManager/aisgSerialportComm.h"
 #include "ptyBus.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+
+// Stands for a receive thread that the system holds up right after it restarted the silence timer.
+static std::atomic<bool> gHeldUpAfterRestart{false};
+
+extern "C" int timer_settime(timer_t id, int flags, const itimerspec* value, itimerspec* old) {
+  static const auto real = reinterpret_cast<int (*)(timer_t, int, const itimerspec*, itimerspec*)>(
+      dlsym(RTLD_NEXT, "timer_settime"));
+  const int result = real(id, flags, value, old);
+  if (gHeldUpAfterRestart) e2e::sleepMs(60);
+  return result;
+}
 
 namespace {
 
@@ -61,6 +74,14 @@ TEST_F(AisgSerialportCommTest, GathersUntil20MsOfSilenceAndStopsReadingAtItsEnd)
   _bus.write(ua);
   pollfd unread = {_bus.slave, POLLIN, 0};
   EXPECT_EQ(poll(&unread, 1, 100), 1);
+}
+
+TEST_F(AisgSerialportCommTest, BytesOfAReadHeldUpAfterTheRestartStillEndTheirMessage) {
+  gHeldUpAfterRestart = true;
+  _bus.write(frame(packetTo(3, 0x63)));
+  Bytes message = posted(500);
+  gHeldUpAfterRestart = false;
+  EXPECT_EQ(message, hex("7E 03 73 33 64 7E"));
 }
 
 }  // namespace

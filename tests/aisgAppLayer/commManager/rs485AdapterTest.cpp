@@ -1,6 +1,8 @@
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <termios.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 
@@ -17,6 +19,27 @@ extern "C" int tcsetattr(int fd, int action, const termios* tio) {
   static const auto real = reinterpret_cast<int (*)(int, int, const termios*)>(dlsym(RTLD_NEXT, "tcsetattr"));
   gAsked = *tio;
   return gFailNext ? (gFailNext = false, errno = EIO, -1) : real(fd, action, tio);
+}
+
+// Calls on this line are cut as a signal would cut them: a write takes 2 bytes at the most,
+// and every other read fails with EINTR.
+static std::atomic<dev_t> gCutLine{0};
+
+static bool onCutLine(int fd) {
+  struct stat line;
+  return gCutLine != 0 && fstat(fd, &line) == 0 && S_ISCHR(line.st_mode) && line.st_rdev == gCutLine;
+}
+
+extern "C" ssize_t write(int fd, const void* bytes, size_t count) {
+  static const auto real = reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
+  return real(fd, bytes, onCutLine(fd) ? std::min<size_t>(count, 2) : count);
+}
+
+extern "C" ssize_t read(int fd, void* bytes, size_t count) {
+  static const auto real = reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+  static bool cut = false;
+  if (onCutLine(fd) && (cut = !cut)) return errno = EINTR, -1;
+  return real(fd, bytes, count);
 }
 
 namespace {
@@ -79,6 +102,24 @@ TEST(Rs485AdapterTest, APortThatDidNotOpenRefusesEverything) {
               std::vector<int>(4, -1));
   });
   EXPECT_EQ(out, "ERROR: open /dev/ttyNoSuchPort failed!\n" + notInit + notInit + notInit + notInit);
+}
+
+TEST(Rs485AdapterTest, AWholeFrameGoesOutAndAReadThatASignalCutIsMadeAgain) {
+  Pty pty;
+  std::unique_ptr<Rs485Adapter> adapter;
+  captured([&] { adapter.reset(new Rs485Adapter(pty.name)); });
+  struct stat line;
+  ASSERT_EQ(fstat(pty.slave, &line), 0);
+  Bytes ua = hex("7E 03 73 33 64 7E"), got(8);
+  pty.write({0x7E});
+  gCutLine = line.st_rdev;
+  std::string out = captured([&] {
+    EXPECT_EQ(adapter->send(ua.data(), ua.size()), 0);
+    EXPECT_EQ(adapter->receive(got.data(), got.size()), 1);
+  });
+  gCutLine = 0;
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(pty.receive(), ua);
 }
 
 }  // namespace

@@ -1,16 +1,14 @@
 #include "InteractionLayer/InteractionObj/CommandLine/commandLineObj.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "InteractionLayer/InteractionObj/CommandLine/commandFactory.h"
 #include "InteractionLayer/InteractionObj/CommandLine/commandSplit.h"
-#include "InteractionLayer/interactionManager.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 #include "utility/debugTrace.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
@@ -42,15 +40,14 @@ E_LineRead readLine(char* line) {
   return E_LINE_READ;
 }
 
-// Nothing more will come: the thread stays, without a sound and without using the processor.
-[[noreturn]] void parkForever() {
-  for (;;) pause();
-}
-
 }  // namespace
 
-CommandLineObj::CommandLineObj()
-    : _threadId(), _pMsgBuffer(nullptr), _pMsgCommandManager(nullptr), _pCommand(nullptr) {
+CommandLineObj::CommandLineObj(StartGate& startGate)
+    : _startGate(startGate),
+      _thread("commandLineThread"),
+      _pMsgBuffer(nullptr),
+      _pMsgCommandManager(nullptr),
+      _pCommand(nullptr) {
   _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
   createThread();
 }
@@ -95,15 +92,11 @@ int CommandLineObj::sendCommandMsg(S_InteractionMsg* msg, unsigned int length) {
 }
 
 void CommandLineObj::createThread() {
-  if (pthread_create(&_threadId, nullptr, commandLineThread, this) != 0) {
-    TRACE(1, "fail to create CommandLineObj thread\n");
-  }
+  _thread.start(commandLineThread, this, TRACE_SITE, "fail to create CommandLineObj thread\n", E_THREAD_ID_TRACED);
 }
 
-void CommandLineObj::deleteThread() {
-  pthread_detach(_threadId);
-  pthread_cancel(_threadId);
-}
+// Joined rather than detached: the thread works on this object and its buffer.
+void CommandLineObj::deleteThread() { _thread.stop(); }
 
 void CommandLineObj::handleLine(char* line) {
   TRACE(4, "input command = %s\n", line);
@@ -133,12 +126,13 @@ void* CommandLineObj::commandLineThread(void* object) {
   CommandLineObj* self = static_cast<CommandLineObj*>(object);
   TRACE(3, "commandLineThread start\n");
   // No line may be posted before the way up is attached and the bus is there.
-  InteractionManager::waitStartGate();
+  self->_startGate.wait();
   char line[kLineBufferSize];
   for (;;) {
     memset(line, 0, sizeof(line));
     print("=> ");
-    E_LineRead read = readLine(line);
+    E_LineRead read = cancelPoint([&] { return readLine(line); });
+    // Nothing more will come.
     if (read == E_LINE_INPUT_END) parkForever();
     if (read == E_LINE_TOO_LONG) {
       TRACE(2, "input line longer than %u characters ignored\n", kMaxLineLength);

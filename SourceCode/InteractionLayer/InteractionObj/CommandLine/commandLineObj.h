@@ -7,6 +7,8 @@
 #include "InteractionLayer/interactionInterface.h"
 #include "InteractionLayer/interactionMsg.h"
 #include "InteractionLayer/msgCommandManagerInterface.h"
+#include "utility/startGate.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 // The console endpoint: reads command lines on standard input, posts their
@@ -16,7 +18,8 @@ class CommandLineObj : public InteractionInterface {
   static constexpr unsigned int kLineBufferSize = 500;
   static constexpr unsigned int kMaxLineLength = 498;
 
-  CommandLineObj();
+  // Its thread reads no line before startGate opens.
+  explicit CommandLineObj(StartGate& startGate);
   ~CommandLineObj() override;
   CommandLineObj(const CommandLineObj&) = delete;
   CommandLineObj& operator=(const CommandLineObj&) = delete;
@@ -37,7 +40,8 @@ class CommandLineObj : public InteractionInterface {
   void setCommand(Command* command);
   Command* getCommand();
 
-  pthread_t _threadId;
+  StartGate& _startGate;
+  Thread _thread;
   // Guards _pCommand, which the console thread writes and the interaction thread reads.
   ThreadLock _lock;
   unsigned char* _pMsgBuffer;

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 
-#include "InteractionLayer/interactionManager.h"
 #include "InteractionLayer/interactionMsg.h"
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 #include "utility/debugTrace.h"
 
 namespace {
@@ -21,8 +21,13 @@ int openPeerQueue(int key) { return msgget(key, IPC_CREAT | 0666); }
 
 }  // namespace
 
-ProcessCommObj::ProcessCommObj()
-    : _threadId(), _pMsgBuffer(nullptr), _pMsgCommandManager(nullptr), _commandMsgId(-1), _responseMsgId(-1) {
+ProcessCommObj::ProcessCommObj(StartGate& startGate)
+    : _startGate(startGate),
+      _thread("processCommThread"),
+      _pMsgBuffer(nullptr),
+      _pMsgCommandManager(nullptr),
+      _commandMsgId(-1),
+      _responseMsgId(-1) {
   _pMsgBuffer = new unsigned char[interaction::kMsgSize]();
   _commandMsgId = openPeerQueue(ConfigFile::getInstance()->_commandMsgKey);
   _responseMsgId = openPeerQueue(ConfigFile::getInstance()->_responseMsgKey);
@@ -58,28 +63,22 @@ int ProcessCommObj::sendCommand(unsigned char* msg, int length) {
 
 void ProcessCommObj::clearMsg(int msgId) {
   TRACE(4, "clearMsg msgId=%d start.\n", msgId);
-  unsigned char buffer[interaction::kMsgSize];
-  while (recordReceive(msgId, buffer, interaction::kMaxText, 0, IPC_NOWAIT | MSG_NOERROR) != -1) {
-  }
+  drainQueue(msgId, E_DRAIN_ALL_MSGS);
   TRACE(4, "clearMsg msgId=%d end.\n", msgId);
 }
 
 void ProcessCommObj::createThread() {
-  if (pthread_create(&_threadId, nullptr, processCommThread, this) != 0) {
-    TRACE(1, "fail to create ProcessCommObj thread\n");
-  }
+  _thread.start(processCommThread, this, TRACE_SITE, "fail to create ProcessCommObj thread\n", E_THREAD_ID_TRACED);
 }
 
-void ProcessCommObj::deleteThread() {
-  pthread_detach(_threadId);
-  pthread_cancel(_threadId);
-}
+// Joined rather than detached: the thread works on this object and its buffer.
+void ProcessCommObj::deleteThread() { _thread.stop(); }
 
 void* ProcessCommObj::processCommThread(void* object) {
   ProcessCommObj* self = static_cast<ProcessCommObj*>(object);
   TRACE(3, "processCommThread start\n");
   // Requests may already wait on the queue; none is taken before the way up is attached.
-  InteractionManager::waitStartGate();
+  self->_startGate.wait();
   for (;;) {
     TRACE(4, "processCommThread wait msg = %d!\n", self->_commandMsgId);
     ssize_t n = interaction::receiveMsg(self->_commandMsgId, self->_pMsgBuffer);

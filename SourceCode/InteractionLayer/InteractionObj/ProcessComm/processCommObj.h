@@ -5,13 +5,16 @@
 
 #include "InteractionLayer/interactionInterface.h"
 #include "InteractionLayer/msgCommandManagerInterface.h"
+#include "utility/startGate.h"
+#include "utility/thread.h"
 #include "utility/threadLock.h"
 
 // The endpoint of the M-Plane service: relays its requests from the command
 // queue to the interaction manager, and writes each reply on the response queue.
 class ProcessCommObj : public InteractionInterface {
  public:
-  ProcessCommObj();
+  // Its thread forwards no request before startGate opens.
+  explicit ProcessCommObj(StartGate& startGate);
   ~ProcessCommObj() override;
   ProcessCommObj(const ProcessCommObj&) = delete;
   ProcessCommObj& operator=(const ProcessCommObj&) = delete;
@@ -27,7 +30,8 @@ class ProcessCommObj : public InteractionInterface {
   static void* processCommThread(void* object);
 
  private:
-  pthread_t _threadId;
+  StartGate& _startGate;
+  Thread _thread;
   ThreadLock _lock;
   unsigned char* _pMsgBuffer;
   MsgCommandManagerInterface* _pMsgCommandManager;

@@ -5,7 +5,7 @@
 namespace interaction {
 
 ssize_t receiveMsg(int msgId, unsigned char* buffer) {
-  return receiveOrPause(msgId, buffer, kMaxText, TRACE_SITE, E_OVERLONG_DROP);
+  return receiveOrPause(msgId, buffer, kMaxText, TRACE_SITE);
 }
 
 }  // namespace interaction

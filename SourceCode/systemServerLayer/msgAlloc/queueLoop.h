@@ -7,23 +7,20 @@
 
 #include "utility/debugTrace.h"
 
-// What a receive does with a message longer than its reader takes.
-enum E_OverlongMsg {
-  // Leaves it at the head of the queue (the failure pauses as any other).
-  E_OVERLONG_KEEP,
-  // Takes it off, cut, and traces that at level 1: it would block all behind it.
-  E_OVERLONG_DROP,
-};
-
 // Receives one record (type word at offset 0, at most maxTextSize bytes of text
-// behind it), of any type, waiting for it in a cancel point of the thread. After
-// a failure it traces "receive empty command -- length=%d , errno=%d!\n" at
-// level 1 for the caller's site, deals with an over-long message as asked, and
-// pauses kFailedReceivePauseMs unless a signal or a drop ended the receive, so a
-// queue that fails at once never makes its reader spin. The text size, or -1
-// with errno of the failure.
-ssize_t receiveOrPause(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site,
-                       E_OverlongMsg overlong = E_OVERLONG_KEEP);
+// behind it), of any type, waiting for it in a cancel point of the thread. The
+// text size, or -1 with errno of the failure. A message whose text is longer
+// than maxTextSize is taken off and dropped with a level-2 trace for the
+// caller's site, and gives -1 with errno E2BIG: the queues are open to every
+// local process, and such a message left at the head of one would block every
+// message behind it for good. maxTextSize is below kMaxQueueText.
+ssize_t receiveRecord(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site);
+
+// receiveRecord for the loops of the managers and endpoints. After any other
+// failure it traces "receive empty command -- length=%d , errno=%d!\n" at level
+// 1 for the caller's site and pauses kFailedReceivePauseMs unless a signal ended
+// the receive, so a queue that fails at once never makes its reader spin.
+ssize_t receiveOrPause(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site);
 
 // How far a drain empties a queue, without waiting.
 enum E_DrainMsg {

@@ -1,6 +1,7 @@
 #include "systemServerLayer/timerManage/timerManager.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
@@ -134,7 +135,11 @@ void TimerManager::timeoutNotify(sigval value) {
 
 void TimerManager::takeTick() {
   unsigned char tick[kRecordTypeSize];
-  if (cancelPoint([&] { return recordReceive(timeoutMsgid, tick, 0, 0, 0); }) >= 0) return;
+  for (;;) {
+    if (receiveRecord(timeoutMsgid, tick, 0, TRACE_SITE) >= 0) return;
+    // A message with text is dropped, and is no tick: the wait goes on.
+    if (errno != E2BIG) break;
+  }
   if (timeoutMsgid < 0) {
     // Without a tick queue no tick can ever come: the thread parks for good.
     TRACE(1, "TimerManager has no tick queue, timers stop\n");

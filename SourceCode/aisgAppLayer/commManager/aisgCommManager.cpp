@@ -36,7 +36,9 @@ AisgCommManager::AisgCommManager(const std::string& threadName)
       _crcErrorCount(0),
       _withoutStopFlagCount(0),
       _receivedOctetsCount(0),
-      _sendOctetsCount(0) {
+      _sendOctetsCount(0),
+      _processedCount(0),
+      _staleMessages(0) {
   _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
   _pSerialportComm = new AisgSerialportComm(_msgId);
   _pCommandLock = new ThreadLock();
@@ -100,9 +102,8 @@ void AisgCommManager::commandOnlySend(unsigned char* data, unsigned int length) 
       TRACE(1, "data to serialport encode failed -- ret=%d!\n", result);
       return;
     }
-    // A reply that came too late for the exchange before is thrown away here.
-    _revDataAvailableFlag = 0;
   }
+  forgetEarlierReplies();
   _pSerialportComm->sendCommandMsg(frame, static_cast<int>(frameLength));
   _sendOctetsCount += frameLength;
 }
@@ -132,20 +133,52 @@ int AisgCommManager::sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int t
 }
 
 int AisgCommManager::sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) {
+  // A request that does not decode has no address to test the replies against.
+  S_HdlcPacket request;
+  const uint8_t target = *length > 0 && hdlc::decodeFrame(data, static_cast<unsigned int>(*length), request,
+                                                          hdlc::kTransparent) == hdlc::HDLC_OK
+                             ? request.address
+                             : aisg::kBroadcastAddress;
   ThreadLockGuard guard(*_pCommandLock);
+  forgetEarlierReplies();
   _pSerialportComm->sendCommandMsg(data, *length);
   _sendOctetsCount += static_cast<unsigned int>(*length);
   memset(data, 0, static_cast<std::size_t>(*length));
   return waitForReply(time, [&] {
+    // Another station's late reply answers nothing here; what did not decode is the
+    // caller's to judge.
+    const S_HdlcPacket& reply = *_pHdlcPacket;
+    if (target != aisg::kBroadcastAddress && reply.decodeResult == hdlc::HDLC_OK && reply.address != target) {
+      TRACE(2, "Reply addr[%d] is not target addr[%d]!\n", reply.address, target);
+      return false;
+    }
     memcpy(data, _revData, _revDataLength);
     *length = static_cast<int>(_revDataLength);
+    return true;
   });
 }
 
 int AisgCommManager::waitOnlyReadResponseData(unsigned char* data, unsigned int length, unsigned int time) {
   const unsigned int count = length > kRecordSize ? kRecordSize : length;
-  if (waitForReply(time, [&] { memcpy(data, _pHdlcPacket, count); }) < 0) return -1;
+  if (waitForReply(time, [&] {
+        memcpy(data, _pHdlcPacket, count);
+        return true;
+      }) < 0) {
+    return -1;
+  }
   return static_cast<int>(count);
+}
+
+void AisgCommManager::forgetEarlierReplies() {
+  const unsigned int posted = _pSerialportComm->dropGathered();
+  ThreadLockGuard guard(*_pDataLock);
+  _revDataAvailableFlag = 0;
+  // The messages posted so far and not yet processed came before the request. More
+  // processed than posted means messages from elsewhere on the queue: the count
+  // starts afresh from here.
+  const int pending = static_cast<int>(posted - _processedCount);
+  if (pending < 0) _processedCount = posted;
+  _staleMessages = pending > 0 ? static_cast<unsigned int>(pending) : 0;
 }
 
 template <typename TakeReply>
@@ -161,10 +194,7 @@ int AisgCommManager::waitForReply(unsigned int time, TakeReply takeReply) {
       // The copy is made under the same lock as the test, so a message that comes
       // right behind cannot mix into it.
       ThreadLockGuard guard(*_pDataLock);
-      if (takeFlag() == 1) {
-        takeReply();
-        return 0;
-      }
+      if (takeFlag() == 1 && takeReply()) return 0;
     }
     // No test after the last sleep: the time is up with it.
     next.tv_nsec += static_cast<long>(kPollPeriodMs) * 1000000L;
@@ -210,6 +240,11 @@ unsigned int AisgCommManager::getReceivedOctetsCount() { return readCounter(_rec
 
 unsigned int AisgCommManager::getSendOctetsCount() { return readCounter(_sendOctetsCount); }
 
+void AisgCommManager::apartFromReplies(const std::function<void()>& work) {
+  ThreadLockGuard guard(*_pDataLock);
+  work();
+}
+
 void AisgCommManager::clearStatusData() {
   ThreadLockGuard commandGuard(*_pCommandLock);
   ThreadLockGuard dataGuard(*_pDataLock);
@@ -239,6 +274,7 @@ void* AisgCommManager::aisgCommManagerThread(void* object) {
 
 void AisgCommManager::processMessage(unsigned int length) {
   ThreadLockGuard guard(*_pDataLock);
+  ++_processedCount;
   // The raw bytes first, so that they are there whatever the decoder says.
   memcpy(_revData, _pRevMsg->data, length);
   _revDataLength = length;
@@ -255,6 +291,11 @@ void AisgCommManager::processMessage(unsigned int length) {
     if (result == hdlc::HDLC_FCS_ERROR) ++_crcErrorCount;
     if (result == hdlc::HDLC_NO_STOP_FLAG) ++_withoutStopFlagCount;
     TRACE(1, "serialport msg decode failed -- ret=%d!\n", result);
+  }
+  // A message that came before the request out now is no reply to it.
+  if (_staleMessages > 0) {
+    --_staleMessages;
+    return;
   }
   // Up for a bad message too: the waiter ends at once rather than running into its time-out.
   _revDataAvailableFlag = 1;

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -44,6 +45,7 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override;
   int sendCmdAndWaitResponse(unsigned char* data, int* length, unsigned int time) override;
   void clearStatusData() override;
+  void apartFromReplies(const std::function<void()>& work) override;
 
   void commandOnlySend(unsigned char* data, unsigned int length);
   int waitOnlyReadResponseData(unsigned char* data, unsigned int length, unsigned int time);
@@ -62,10 +64,15 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
 
   // Decodes one message from the queue and hands it to the waiter.
   void processMessage(unsigned int length);
+  // Before a request goes out, under the command lock: what came before it (bytes still
+  // being gathered, messages on their way through the queue, a reply processed and not
+  // taken) answers it not.
+  void forgetEarlierReplies();
   // Reads the flag and clears it if it was 1; the caller holds _pDataLock.
   int takeFlag();
   // Tests the flag every 10 ms as the time allows; when it is up, takeReply runs
-  // under _pDataLock. 0 when a reply was taken, -1 when the time ran out.
+  // under _pDataLock and says whether it took the message or the wait goes on. 0 when
+  // a reply was taken, -1 when the time ran out.
   template <typename TakeReply>
   int waitForReply(unsigned int time, TakeReply takeReply);
   unsigned int readCounter(const unsigned int& counter);
@@ -87,6 +94,10 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   unsigned int _withoutStopFlagCount;
   unsigned int _receivedOctetsCount;
   unsigned int _sendOctetsCount;
+  // Messages processed, and of those to come the ones posted before the request
+  // that is out now (see forgetEarlierReplies); both under _pDataLock.
+  unsigned int _processedCount;
+  unsigned int _staleMessages;
 
   static AisgCommManager* _pAisgCommManager;
 };

@@ -59,6 +59,7 @@ AisgSerialportComm::AisgSerialportComm(int msgId)
       _timerId(),
       _timerCreated(false),
       _revLength(0),
+      _postedCount(0),
       _timerKey(0) {
   _pRevLock = new ThreadLock();
   _pSendLock = new ThreadLock();
@@ -103,9 +104,19 @@ void AisgSerialportComm::receiveMsgTransmission() {
   traceHexDump(_revBuffer, _revLength);
   memcpy(_pRevMsg->data, _revBuffer, _revLength);
   _pRevMsg->msgType = kSerialportMsgType;
-  msgcheckAndsnd(_msgId, _pRevMsg, _revLength, 0);
+  if (msgcheckAndsnd(_msgId, _pRevMsg, _revLength, 0) == 0) ++_postedCount;
   // A refused message is lost: the next one starts empty all the same.
   _revLength = 0;
+}
+
+unsigned int AisgSerialportComm::dropGathered() {
+  ThreadLockGuard guard(*_pRevLock);
+  if (_revLength > 0) {
+    _revLength = 0;
+    // Nothing is left for the silence to end.
+    resetTimer(0);
+  }
+  return _postedCount;
 }
 
 void AisgSerialportComm::handle(sigval value) {

@@ -35,6 +35,9 @@ class AisgSerialportComm {
   AisgSerialportComm& operator=(const AisgSerialportComm&) = delete;
 
   void sendCommandMsg(unsigned char* buffer, int length);
+  // Drops the bytes gathered so far, which came before a request now going out and
+  // so answer none. Returns the number of messages posted until now.
+  unsigned int dropGathered();
   void receiveMsgTransmission();
   static void handle(sigval value);
   static void* serialportCommThread(void* object);
@@ -60,6 +63,8 @@ class AisgSerialportComm {
   timer_t _timerId;
   bool _timerCreated;
   unsigned int _revLength;
+  // Messages posted to the manager's queue; under _pRevLock, wraps silently.
+  unsigned int _postedCount;
   // What the timer's notification carries: the key under which handle finds this object.
   int _timerKey;
 };

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "aisgAppLayer/commManager/aisgCommManager.h"
+#include "aisgAppLayer/commManager/aisgFrame.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "aisgAppLayer/deviceManager/layer2Device/layer2DeviceContainer.h"
 #include "aisgAppLayer/deviceManager/layer2Device/layer2DeviceFactory.h"
@@ -45,7 +46,9 @@ AisgAppManager::AisgAppManager(const std::string& threadName)
       _lastTxOctets(0),
       _armed(false),
       _tickLost(false),
-      _lostTickRetry(*this) {
+      _lostTickRetry(*this),
+      _discoveryPeriodS(ConfigFile::getInstance()->_discoveryPeriod),
+      _discoveryPeriodStart() {
   // The own queue comes before the communication manager's, so it has the lower key.
   _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
   AisgCommManager* comm = AisgCommManager::getInstance();
@@ -194,13 +197,20 @@ E_AppRunStep AisgAppManager::runOneStep(E_AppRunStep step) {
     case E_RUN_STEP_DEVICE_SCAN:
       if (aldDeviceScan() != 0) return E_RUN_STEP_DEVICE_SCAN;
       TRACE(3, "device scan success, then go to get base info.\n");
+      _discoveryPeriodStart = std::chrono::steady_clock::now();
       return E_RUN_STEP_GET_BASE_INFO;
     case E_RUN_STEP_GET_BASE_INFO:
       TRACE(3, "get base info start.\n");
       getAldsBaseInfo();
       return E_RUN_STEP_ALDS_POLL;
     case E_RUN_STEP_ALDS_POLL:
-      return aldsPoll() == 0 ? E_RUN_STEP_ALDS_POLL : E_RUN_STEP_DEVICE_SCAN;
+      if (aldsPoll() != 0) return E_RUN_STEP_DEVICE_SCAN;
+      if (_discoveryPeriodS > 0 &&
+          std::chrono::steady_clock::now() - _discoveryPeriodStart >= std::chrono::seconds(_discoveryPeriodS)) {
+        _discoveryPeriodStart = std::chrono::steady_clock::now();
+        aldsDiscover();
+      }
+      return E_RUN_STEP_ALDS_POLL;
     default:
       return step;
   }
@@ -220,6 +230,18 @@ int AisgAppManager::aldDeviceScan() {
     TRACE(3, "scan device total numbers = %d\n", total);
   }
   return total != 0 ? 0 : -1;
+}
+
+int AisgAppManager::aldsDiscover() {
+  Layer2DeviceContainer* devices = Layer2DeviceContainer::getInstance();
+  unsigned int total = 0;
+  for (Layer2Device* device = devices->getBeginLayer2DeviceObj();
+       device != nullptr && !devices->isEnd(); device = devices->getNextLayer2DeviceObj()) {
+    unsigned char count = 0;
+    device->deviceDiscover(kMaxUidLength, count);
+    total += count;
+  }
+  return static_cast<int>(total);
 }
 
 int AisgAppManager::getAldsBaseInfo() {
@@ -247,19 +269,26 @@ int AisgAppManager::aldsPoll() {
     TRACE(4, "dev[%d] status=%d\n", ald->address, ald->getStatus());
     if (ald->getStatus() == LOST) return -1;
     if (ald->getStatus() == RUNNING) {
-      if (layer2->devicePoll(ald->address) == 0) {
+      int polled = layer2->devicePoll(ald->address);
+      if (polled == E_EXCHANGE_DISCONNECTED_MODE) {
+        // The ALD is there but has lost its link (reset, or power-cycled and given its
+        // address again): it answers nothing but DM until it gets an SNRM.
+        TRACE(2, "dev[%d] answered the poll with DM, link set up again\n", ald->address);
+        polled = layer2->openLink(*ald);
+      }
+      if (polled == 0) {
         ald->clearFailedCount();
       } else {
         ald->addFailedCount();
       }
     }
-    // Also right after the fifth failed poll of this pass.
+    // Also right after the fifth failed poll of this pass. The address alone is no
+    // link: an ALD that lost its address lost its link with it, and answers DM until
+    // an SNRM. When that fails the assignment counts as failed, so two ALDs on one
+    // address, whose UAs collide, end LOST and a new scan parts them.
     if (ald->getStatus() == ADDRESSED) {
       S_AldBaseInfo info = ald->baseInfo;
-      if (layer2->addressAssign(&info, ald->address) == 0) {
-        ald->clearAddressAissgnRetryCount();
-        ald->setStatus(RUNNING);
-      } else {
+      if (layer2->addressAssign(&info, ald->address) != 0 || layer2->openLink(*ald) != 0) {
         ald->addAddressAissgnRetryCount();
       }
     }

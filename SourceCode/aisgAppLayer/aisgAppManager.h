@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -45,6 +46,9 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
   void tick() override;
 
   int aldDeviceScan();
+  // The discovery of every layer-2 device (ALDs plugged in, or back without their
+  // address, since the scan); the number of ALDs found.
+  int aldsDiscover();
   int getAldsBaseInfo();
   int createAldsFromFile();
   int aldsPoll();
@@ -98,6 +102,11 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
   std::atomic<bool> _armed;
   std::atomic<bool> _tickLost;
   LostTickRetry _lostTickRetry;
+
+  // The poll step runs a discovery once per period (seconds; none when 0 or less),
+  // which starts anew with each scan and each discovery.
+  int _discoveryPeriodS;
+  std::chrono::steady_clock::time_point _discoveryPeriodStart;
 
   static AisgAppManager* _pAisgAppManager;
 };

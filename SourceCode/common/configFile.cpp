@@ -21,9 +21,18 @@ constexpr int kLineLimit = 255;
 constexpr int kWordBuffer = 120;
 
 // The keys in table order; a key is looked up against them without regard to case.
-enum ConfigKey { KEY_VERSION, KEY_PORT_NAME, KEY_PROJECT_PATH, KEY_COMMAND_MSG, KEY_RESPONSE_MSG, KEY_SHARE_MEM, KEY_COUNT };
-const char* const kKeyNames[KEY_COUNT] = {"Version",       "PortName",       "ProjectPath",
-                                          "CommandMsgKey", "ResponseMsgKey", "ShareMemKey"};
+enum ConfigKey {
+  KEY_VERSION,
+  KEY_PORT_NAME,
+  KEY_PROJECT_PATH,
+  KEY_COMMAND_MSG,
+  KEY_RESPONSE_MSG,
+  KEY_SHARE_MEM,
+  KEY_DISCOVERY_PERIOD,
+  KEY_COUNT
+};
+const char* const kKeyNames[KEY_COUNT] = {"Version",     "PortName",    "ProjectPath",    "CommandMsgKey",
+                                          "ResponseMsgKey", "ShareMemKey", "DiscoveryPeriod"};
 
 void readNumber(const char* text, int& member) {
   errno = 0;
@@ -45,7 +54,8 @@ ConfigFile::ConfigFile(const char* path)
       _projectPath("/mnt/curflash/currsw/app/pylonkeeper"),
       _commandMsgKey(0x400004),
       _responseMsgKey(0x400005),
-      _shareMemKey(0x400009) {
+      _shareMemKey(0x400009),
+      _discoveryPeriod(60) {
   FILE* file = fopen(path, "r");
   if (file == nullptr) {
     TRACE(1, "Config file open failed!\n");
@@ -82,6 +92,7 @@ void ConfigFile::parseLine(const char* line) {
       case KEY_COMMAND_MSG: readNumber(value, _commandMsgKey); break;
       case KEY_RESPONSE_MSG: readNumber(value, _responseMsgKey); break;
       case KEY_SHARE_MEM: readNumber(value, _shareMemKey); break;
+      case KEY_DISCOVERY_PERIOD: readNumber(value, _discoveryPeriod); break;
       default: break;
     }
     return;

@@ -6,7 +6,7 @@
 // The fixed path of the configuration file.
 extern const char* configFileFullName;
 
-// The six settings of the service, read once from the configuration file.
+// The settings of the service, read once from the configuration file.
 class ConfigFile {
  public:
   static ConfigFile* getInstance();
@@ -17,6 +17,8 @@ class ConfigFile {
   int _commandMsgKey;
   int _responseMsgKey;
   int _shareMemKey;
+  // Seconds between two searches for ALDs plugged in while the others run; 0 or less: none.
+  int _discoveryPeriod;
 
   // Reads a file of the same syntax into a fresh object; the singleton reads configFileFullName.
   explicit ConfigFile(const char* path);

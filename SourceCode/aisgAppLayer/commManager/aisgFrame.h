@@ -22,6 +22,8 @@ constexpr uint8_t kDisc = 0x43;
 constexpr uint8_t kXid = 0xAF;
 constexpr uint8_t kRr = 0x01;
 constexpr uint8_t kUa = 0x63;
+// Disconnected mode: an ALD without a link answers RR and I-frames with it.
+constexpr uint8_t kDm = 0x0F;
 
 // XID information: format identifier, group identifier, group length, parameters.
 constexpr uint8_t kFormatId = 0x81;
@@ -67,6 +69,8 @@ enum E_ExchangeResult : int {
   E_EXCHANGE_TIME_OUT = -2,
   // Something came that did not decode as a frame: in a scan, a collision.
   E_EXCHANGE_UNDECODABLE = -3,
+  // A poll was answered by DM: the ALD is there, but has lost its link.
+  E_EXCHANGE_DISCONNECTED_MODE = -4,
 };
 
 #endif

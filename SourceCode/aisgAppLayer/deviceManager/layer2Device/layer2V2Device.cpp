@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "aisgAppLayer/commManager/xidWriter.h"
 #include "aisgAppLayer/deviceManager/aldDeviceContainer.h"
 #include "utility/debugTrace.h"
+#include "utility/hexText.h"
 #include "utility/threadLock.h"
 
 namespace {
@@ -72,12 +75,19 @@ int readAldParameters(const S_HdlcPacket& reply, S_AldBaseInfo* info, int wanted
   return reader.malformed() ? -1 : flags;
 }
 
-// One frame without data, answered by the given control value.
-int exchangeWithoutData(Device& device, uint8_t address, uint8_t control, uint8_t expected) {
+// One frame without data, answered by the given control value. replyControl, if
+// given, receives the control value of a reply from the target.
+int exchangeWithoutData(Device& device, uint8_t address, uint8_t control, uint8_t expected,
+                        uint8_t* replyControl = nullptr) {
   S_HdlcPacket packet = makeFrame(address, control);
   int ret = device.sendCmdAndWaitResponse(&packet, Layer2V2Device::kExchangeTimeoutMs);
   if (ret != E_EXCHANGE_SUCCESS) return ret;
+  if (replyControl != nullptr) *replyControl = packet.control;
   return packet.control == expected ? E_EXCHANGE_SUCCESS : E_EXCHANGE_WRONG_REPLY;
+}
+
+unsigned int maxBitsFor(unsigned char maxUidLength) {
+  return std::min<unsigned int>(maxUidLength, kMaxScanUidLength) * 8u;
 }
 
 // The children of a step that met a collision: the next bit position fixed to 0,
@@ -108,6 +118,11 @@ class AldGenerations {
     _retired = std::move(_current);
     _current = std::move(fresh);
   }
+  // An object that joins the container between two scans.
+  void add(AldDevice* ald) {
+    ThreadLockGuard guard(_lock);
+    _current.push_back(ald);
+  }
 
  private:
   ThreadLock _lock;
@@ -119,6 +134,92 @@ class AldGenerations {
 AldGenerations& aldGenerations() {
   static AldGenerations* generations = new AldGenerations();
   return *generations;
+}
+
+// The address for an ALD that a search has confirmed; 0 when none is left.
+using AddressChooser = std::function<unsigned int(const S_AldBaseInfo&)>;
+
+// Confirms the ALD that answered alone by its full UID and gives it the address
+// that addressFor chooses; appends it to found, ADDRESSED, once it holds one.
+void confirmAndAssign(Layer2V2Device& device, S_AldBaseInfo& info, const AddressChooser& addressFor,
+                      std::vector<S_AldBaseInfo>& found) {
+  S_UidScanUintV2_t confirmation{};
+  confirmation.uidLength = info.uidLength;
+  memcpy(confirmation.uid, info.uid, info.uidLength);
+  memset(confirmation.mask, 0xFF, info.uidLength);
+  if (device.oneScan(confirmation, &info) != 0) return;
+  const unsigned int address = addressFor(info);
+  if (address == 0) {
+    TRACE(2, "device scan has no address left for another ALD\n");
+    return;
+  }
+  info.status = ASSIGNING;
+  // The reply goes into the record only when it is the right one; a partial one must
+  // not change the UID that was confirmed.
+  S_AldBaseInfo assigned = info;
+  const int ret = device.addressAssign(&assigned, static_cast<uint8_t>(address));
+  // Nobody answered: the ALD has not taken the address, which stays free.
+  if (ret == E_EXCHANGE_TIME_OUT) return;
+  if (ret == E_EXCHANGE_SUCCESS) {
+    TRACE(3, "device scan addrassign success!\n");
+    info = assigned;
+  } else {
+    // A reply came, garbled or wrong: the ALD most likely took the address, and given to
+    // the next ALD as well it would make two collide on every poll. It counts as taken,
+    // and the link set-up (or the poll loop after it) finds out whether the ALD is there.
+    TRACE(2, "device scan addrassign reply failed (%d), address %u taken as given\n", ret, address);
+  }
+  info.address = static_cast<uint8_t>(address);
+  info.status = ADDRESSED;
+  found.push_back(info);
+}
+
+// The UID search below root: probes breadth-first, the 0 branch first, and gives
+// each ALD that answers alone an address (confirmAndAssign). A root that nobody
+// answers costs one probe.
+void searchBelow(Layer2V2Device& device, const S_UidScanUintV2_t& root, unsigned int maxBits,
+                 const AddressChooser& addressFor, std::vector<S_AldBaseInfo>& found) {
+  std::deque<S_UidScanUintV2_t> scanQueue{root};
+  while (!scanQueue.empty()) {
+    const S_UidScanUintV2_t step = scanQueue.front();
+    scanQueue.pop_front();
+    S_AldBaseInfo info{};
+    const int ret = device.oneScan(step, &info);
+    if (ret == E_EXCHANGE_TIME_OUT) {
+      TRACE(2, "device scan timeout\n");
+    } else if (ret == E_EXCHANGE_SUCCESS) {
+      TRACE(3, "device scan only\n");
+      confirmAndAssign(device, info, addressFor, found);
+    } else if (ret == E_EXCHANGE_UNDECODABLE) {
+      TRACE(3, "device scan conflict\n");
+      appendChildren(step, maxBits, scanQueue);
+    } else {
+      TRACE(3, "oneScan ret others = %d \n", ret);
+    }
+  }
+}
+
+bool hasAddress(const std::vector<S_AldBaseInfo>& found, unsigned int address) {
+  return std::any_of(found.begin(), found.end(), [address](const S_AldBaseInfo& f) { return f.address == address; });
+}
+
+// The record of the ALD with this UID, or null.
+AldDevice* findByUid(AldDeviceContainer* container, const S_AldBaseInfo& info) {
+  for (AldDevice* ald = container->getBeginAldDeviceObj(); ald != nullptr && !container->isEnd();
+       ald = container->getNextAldDeviceObj()) {
+    const S_AldBaseInfo& known = ald->baseInfo;
+    if (known.uidLength == info.uidLength && memcmp(known.uid, info.uid, info.uidLength) == 0) return ald;
+  }
+  return nullptr;
+}
+
+AldDevice* newAldDevice(const S_AldBaseInfo& found) {
+  AldDevice* ald = new AldDevice();
+  ald->address = found.address;
+  ald->deviceType = found.deviceType;
+  ald->aisgVersion = 2;
+  ald->baseInfo = found;
+  return ald;
 }
 
 }  // namespace
@@ -134,7 +235,26 @@ int Layer2V2Device::disconnect(unsigned char address) {
 
 int Layer2V2Device::devicePoll(unsigned char address) {
   TRACE(4, "devicePoll(%d) start\n", address);
-  return exchangeWithoutData(*this, address, kRr, kRr);
+  uint8_t reply = 0;
+  const int ret = exchangeWithoutData(*this, address, kRr, kRr, &reply);
+  return reply == kDm ? E_EXCHANGE_DISCONNECTED_MODE : ret;
+}
+
+int Layer2V2Device::openLink(AldDevice& ald) {
+  const int ret = linkEstablish(ald.address);
+  if (ret != E_EXCHANGE_SUCCESS) return ret;
+  TRACE(4, "linkEstablish addr[%d] success,then set status=RUNNING\n", ald.address);
+  // The communication thread writes the numbers from each reply under its data lock:
+  // they start at 0 apart from it, and only then is the ALD shown RUNNING, so that no
+  // command goes out with the numbers of the link before.
+  _pCommInterface->apartFromReplies([&ald] {
+    ald.setSendNo(0);
+    ald.setReceiveNo(0);
+  });
+  ald.clearFailedCount();
+  ald.clearAddressAissgnRetryCount();
+  ald.setStatus(RUNNING);
+  return E_EXCHANGE_SUCCESS;
 }
 
 int Layer2V2Device::resetDevice(unsigned char address) {
@@ -210,64 +330,24 @@ int Layer2V2Device::oneScan(S_UidScanUintV2_t step, S_AldBaseInfo* info) {
 
 int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& deviceCount) {
   deviceCount = 0;
-  const unsigned int maxBits = std::min<unsigned int>(maxUidLength, kMaxScanUidLength) * 8u;
   TRACE(4, "start device scan start!\n");
-
-  std::vector<S_AldBaseInfo> foundList;
-  std::deque<S_UidScanUintV2_t> scanQueue;
-  scanQueue.push_back(S_UidScanUintV2_t{});
-
   TRACE(4, "reset devices!\n");
   resetDevice(kBroadcastAddress);
-  unsigned int nextAddress = 1;
 
-  // Confirms the ALD that answered alone by its full UID and gives it the next address.
-  auto confirmAndAssign = [&](S_AldBaseInfo& info) {
-    S_UidScanUintV2_t confirmation{};
-    confirmation.uidLength = info.uidLength;
-    memcpy(confirmation.uid, info.uid, info.uidLength);
-    memset(confirmation.mask, 0xFF, info.uidLength);
-    if (oneScan(confirmation, &info) != 0) return;
-    if (nextAddress > kLastAddress) {
-      TRACE(2, "device scan has no address left for another ALD\n");
-      return;
-    }
-    info.status = ASSIGNING;
-    if (addressAssign(&info, static_cast<uint8_t>(nextAddress)) != 0) return;
-    TRACE(3, "device scan addrassign success!\n");
-    info.address = static_cast<uint8_t>(nextAddress++);
-    info.status = ADDRESSED;
-    foundList.push_back(info);
-  };
-
-  while (!scanQueue.empty()) {
-    const S_UidScanUintV2_t step = scanQueue.front();
-    scanQueue.pop_front();
-    S_AldBaseInfo info{};
-    const int ret = oneScan(step, &info);
-    if (ret == E_EXCHANGE_TIME_OUT) {
-      TRACE(2, "device scan timeout\n");
-    } else if (ret == E_EXCHANGE_SUCCESS) {
-      TRACE(3, "device scan only\n");
-      confirmAndAssign(info);
-    } else if (ret == E_EXCHANGE_UNDECODABLE) {
-      TRACE(3, "device scan conflict\n");
-      appendChildren(step, maxBits, scanQueue);
-    } else {
-      TRACE(3, "oneScan ret others = %d \n", ret);
-    }
-  }
+  // After the reset every ALD is without an address, and they are numbered from 1.
+  std::vector<S_AldBaseInfo> foundList;
+  searchBelow(*this, S_UidScanUintV2_t{}, maxBitsFor(maxUidLength),
+              [&foundList](const S_AldBaseInfo&) -> unsigned int {
+                return foundList.size() < kLastAddress ? static_cast<unsigned int>(foundList.size()) + 1 : 0;
+              },
+              foundList);
 
   deviceCount = static_cast<unsigned char>(foundList.size());
   AldDeviceContainer* container = AldDeviceContainer::getInstance();
   container->clear();
   std::vector<AldDevice*> fresh;
   for (const S_AldBaseInfo& found : foundList) {
-    AldDevice* ald = new AldDevice();
-    ald->address = found.address;
-    ald->deviceType = found.deviceType;
-    ald->aisgVersion = 2;
-    ald->baseInfo = found;
+    AldDevice* ald = newAldDevice(found);
     container->attach(ald);
     fresh.push_back(ald);
   }
@@ -275,11 +355,40 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
 
   for (AldDevice* ald = container->getBeginAldDeviceObj(); ald != nullptr && !container->isEnd();
        ald = container->getNextAldDeviceObj()) {
-    if (linkEstablish(ald->address) != E_EXCHANGE_SUCCESS) continue;
-    TRACE(4, "linkEstablish addr[%d] success,then set status=RUNNING\n", ald->address);
-    ald->setStatus(RUNNING);
-    ald->setSendNo(0);
-    ald->setReceiveNo(0);
+    openLink(*ald);
+  }
+  return 0;
+}
+
+int Layer2V2Device::deviceDiscover(unsigned char maxUidLength, unsigned char& deviceCount) {
+  AldDeviceContainer* container = AldDeviceContainer::getInstance();
+  std::vector<S_AldBaseInfo> found;
+  // A known UID is an ALD that lost its address (a power cycle): its own address
+  // again. A newcomer the lowest that neither a record nor this search holds.
+  auto addressFor = [&](const S_AldBaseInfo& info) -> unsigned int {
+    if (AldDevice* known = findByUid(container, info)) return known->address;
+    for (unsigned int address = 1; address <= kLastAddress; ++address) {
+      if (container->findAldDeviceObj(static_cast<uint8_t>(address)) == nullptr && !hasAddress(found, address)) {
+        return address;
+      }
+    }
+    return 0;
+  };
+  searchBelow(*this, S_UidScanUintV2_t{}, maxBitsFor(maxUidLength), addressFor, found);
+  deviceCount = static_cast<unsigned char>(found.size());
+  for (const S_AldBaseInfo& info : found) {
+    AldDevice* ald = container->findAldDeviceObj(info.address);
+    const bool known = ald != nullptr;
+    if (known) {
+      ald->setStatus(ADDRESSED);
+    } else {
+      ald = newAldDevice(info);
+      container->attach(ald);
+      aldGenerations().add(ald);
+    }
+    const int linked = openLink(*ald);
+    TRACE(3, "discovery found %s ALD %s at address %d, link %s\n", known ? "the known" : "a new",
+          hexText(info.uid, info.uidLength, "").c_str(), info.address, linked == E_EXCHANGE_SUCCESS ? "up" : "down");
   }
   return 0;
 }

@@ -13,7 +13,8 @@ struct S_UidScanUintV2_t {
   uint8_t mask[20];
 };
 
-// AISG version 2 on the bus: the six link procedures and the device scan.
+// AISG version 2 on the bus: the six link procedures, the device scan and the
+// discovery of ALDs plugged in later.
 class Layer2V2Device : public Layer2Device {
  public:
   static constexpr unsigned int kExchangeTimeoutMs = 1000;
@@ -27,7 +28,10 @@ class Layer2V2Device : public Layer2Device {
   int disconnect(unsigned char address) override;
   int resetDevice(unsigned char address) override;
   int hdlcParameter(unsigned char address) override;
+  // 0 on RR; E_EXCHANGE_DISCONNECTED_MODE on DM; else as every procedure.
   int devicePoll(unsigned char address) override;
+  int openLink(AldDevice& ald) override;
+  int deviceDiscover(unsigned char maxUidLength, unsigned char& deviceCount) override;
 
   int oneScan(S_UidScanUintV2_t step, S_AldBaseInfo* info);
 };

@@ -1,3 +1,5 @@
+#include <sys/ioctl.h>
+
 #include <future>
 #include <map>
 
@@ -27,13 +29,15 @@ class AisgCommManagerTest : public testing::Test {
     return &device;
   }
   // Sends packet, or the raw bytes when given, and waits up to time while an ALD takes the request
-  // off the bus and answers with reply, if any, after delayMs. _reply or raw take what came back.
+  // off the bus and answers with reply, if any, after delayMs (and another with `other` first,
+  // 50 ms before). _reply or raw take what came back.
   int exchange(S_HdlcPacket packet, const Bytes& reply, unsigned int time = 1000, int delayMs = 0,
-               Bytes* raw = nullptr) {
+               Bytes* raw = nullptr, const Bytes& other = {}) {
     std::future<Bytes> alds;
     if (!reply.empty()) {
       alds = std::async(std::launch::async, [=] {
         Bytes request = _bus->receive();
+        if (!other.empty()) _bus->write(other), e2e::sleepMs(50);
         e2e::sleepMs(delayMs);
         _bus->write(reply);
         return request;
@@ -73,9 +77,9 @@ TEST_F(AisgCommManagerTest, SequenceNumbersGoOutFromTheAldAndComeBackFromTheRepl
   EXPECT_EQ(Bytes({_reply.address, _reply.control}), Bytes({9, 0x63}));
 }
 
-TEST_F(AisgCommManagerTest, WaitsAsTheTimeAllowsAndALateReplyGoesToARawExchangeOnly) {
-  const Bytes late = frame(packetTo(3, 0x01, {}, 0, 1));
-  Bytes raw = frame(packetTo(3, 0x01));
+TEST_F(AisgCommManagerTest, WaitsAsTheTimeAllowsAndOnlyAReplyThatCameAfterTheRequestAnswersIt) {
+  const Bytes late = frame(packetTo(3, 0x01, {}, 0, 1)), request = frame(packetTo(3, 0x01));
+  Bytes raw = request;
   // Below 10 ms the frame goes out and nothing is waited for.
   EXPECT_EQ(exchange(packetTo(3, 0x01), {}, 5), -2);
   EXPECT_EQ(_bus->receive().size(), 6u);
@@ -84,14 +88,21 @@ TEST_F(AisgCommManagerTest, WaitsAsTheTimeAllowsAndALateReplyGoesToARawExchangeO
   EXPECT_EQ(exchange(packetTo(3, 0x01), {}, 1000), -2);
   EXPECT_GE(msSince(start), 1000);
   _bus->receive(0);
-  // A reply too late for its exchange is taken by a raw exchange, but thrown away by the next send.
+  // A reply too late for its exchange answers no later one, raw or packet; nor do bytes still
+  // coming in (read, and not yet ended by silence) when a request goes out.
   EXPECT_EQ(exchange(packetTo(3, 0x01), late, 50, 100), -2);
   e2e::sleepMs(100);
-  EXPECT_EQ(exchange({}, {}, 100, 0, &raw), 0);
-  EXPECT_EQ(raw, late);
+  EXPECT_EQ(exchange({}, {}, 100, 0, &(raw = request)), -1);
   EXPECT_EQ(exchange(packetTo(3, 0x01), late, 50, 100), -2);
   e2e::sleepMs(100);
   EXPECT_EQ(exchange(packetTo(3, 0x01), {}, 50), -2);
+  _bus->write(late);
+  e2e::sleepMs(5);  // until the pty has handed the bytes on, then until the service has read them
+  for (int unread = 1, ms = 0; ioctl(_bus->slave, FIONREAD, &unread) == 0 && unread > 0 && ms < 1000; ++ms) e2e::sleepMs(1);
+  EXPECT_EQ(exchange({}, {}, 100, 0, &(raw = request)), -1);
+  // The raw form drops another station's reply and waits on for its own.
+  EXPECT_EQ(exchange({}, late, 1000, 0, &(raw = request), frame(packetTo(4, 0x01))), 0);
+  EXPECT_EQ(raw, late);
 }
 
 TEST_F(AisgCommManagerTest, UndecodableRepliesEndTheWaitAndAreCounted) {

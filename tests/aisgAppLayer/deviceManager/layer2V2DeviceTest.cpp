@@ -27,6 +27,30 @@ std::string describe(const S_HdlcPacket& packet) {
   return "assign " + hexText(d + 5, n, "") + "->" + std::to_string(d[7 + n]);
 }
 
+// The simulator's bus with two knobs of the scan: the replies to the first `garbled`
+// address assignments come garbled (the ALDs took the addresses all the same), and
+// `running` notes how many ALDs showed RUNNING whenever a link's numbers were reset.
+struct FieldBus : SimBus {
+  using SimBus::SimBus;
+  int sendCmdAndWaitResponse(S_HdlcPacket* packet, unsigned int time) override {
+    if (garbled == 0 || describe(*packet).rfind("assign", 0) != 0) return SimBus::sendCmdAndWaitResponse(packet, time);
+    --garbled;
+    answer(*packet);
+    return -3;
+  }
+  void apartFromReplies(const std::function<void()>& work) override {
+    char count = '0';
+    for (uint8_t a = 1; a < 5; ++a) {
+      AldDevice* ald = AldDeviceContainer::getInstance()->findAldDeviceObj(a);
+      count = char(count + (ald != nullptr && ald->getStatus() == RUNNING));
+    }
+    running += count;
+    work();
+  }
+  int garbled = 0;
+  std::string running;
+};
+
 class Layer2V2DeviceTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -35,8 +59,9 @@ class Layer2V2DeviceTest : public testing::Test {
   }
 
   // A whole scan of a bus of these ALDs: the number found; the frames sent go to frames_, in short.
-  int scan(const std::vector<std::string>& alds) {
-    bus_ = SimBus(alds);
+  int scan(const std::vector<std::string>& alds, int garbledAssignments = 0) {
+    bus_ = FieldBus(alds);
+    bus_.garbled = garbledAssignments;
     device_._pCommInterface = &bus_;
     unsigned char found = 0xEE;
     EXPECT_EQ(device_.deviceScan(19, found), 0);
@@ -56,7 +81,7 @@ class Layer2V2DeviceTest : public testing::Test {
   }
 
   Layer2V2Device device_;
-  SimBus bus_;
+  FieldBus bus_;
   std::string frames_;
   AldDeviceContainer* container_ = AldDeviceContainer::getInstance();
 };
@@ -82,8 +107,9 @@ TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
       // UA with and without the final bit; DM.
       {[](auto& d, auto&) { return d.linkEstablish(1); }, "7E 01 93 8D B0 7E", {{0x73, {}, 0}, {0x63, {}, 0}, {0x1F, {}, -1}}},
       {[](auto& d, auto&) { return d.disconnect(1); }, "7E 01 53 81 76 7E", {{0x73, {}, 0}}},
-      // RR with N(R) 5; RNR; an I-frame.
-      {[](auto& d, auto&) { return d.devicePoll(1); }, "7E 01 11 97 17 7E", {{0xB1, {}, 0}, {0x15, {}, -1}, {0x10, {}, -1}}},
+      // RR with N(R) 5; RNR; an I-frame; DM, from an ALD without a link.
+      {[](auto& d, auto&) { return d.devicePoll(1); }, "7E 01 11 97 17 7E",
+       {{0xB1, {}, 0}, {0x15, {}, -1}, {0x10, {}, -1}, {0x1F, {}, -4}}},
       {[](auto& d, auto&) { return d.resetDevice(0xFF); }, "7E FF BF 81 F0 02 07 00 A4 F3 7E",
        {{0xBF, {0x81, 0xF0, 0x02, 0x07, 0x00}, 0}, {0xBF, {0x81, 0xF0, 0x03, 0x05, 0x01, 0x00}, -1}, other}},
       // The ALD answers with its transmit window (7), not an echo of the request.
@@ -132,38 +158,44 @@ TEST_F(Layer2V2DeviceTest, ProceduresSendTheWorkedFramesAndCheckTheReplies) {
 }
 
 // Whole scans: the ALDs found, the frames in short (the last of them, as many as
-// given), how many went out, and the ALDs in the container.
+// given), how many went out, the ALDs in the container, and how many were RUNNING
+// at each reset of a link's numbers (the ALD of that link never).
 TEST_F(Layer2V2DeviceTest, ScansGoBreadthFirstWithTheZeroBranchFirst) {
   const std::string deepest = "probe 40" + std::string(36, '0') + "01/FE" + std::string(36, 'F') + "01";
   const struct {
     std::vector<std::string> alds;
     int found;
     size_t frames;
-    std::string last, container;
+    std::string last, container, running;
+    int garbledAssignments = 0;
   } cases[] = {
-      {{}, 0, 2, "reset, probe /", ""},
-      {{"uid=0x4142"}, 1, 5, "reset, probe /, probe 4142/FFFF, assign 4142->1, snrm 1", "1:4142:3"},
+      {{}, 0, 2, "reset, probe /", "", ""},
+      {{"uid=0x4142"}, 1, 5, "reset, probe /, probe 4142/FFFF, assign 4142->1, snrm 1", "1:4142:3", "0"},
       // Apart at bit 3: collisions down to it, with silence on each branch of bit 1; 49 42
       // falls silent at its eighth frame, its SNRM, and stays addressed only.
       {{"uid=0x4942,silentFrom=8", "uid=0x4142"}, 2, 14,
        "reset, probe /, probe 00/02, probe 02/02, probe 00/06, probe 04/06, probe 00/0E, probe 4142/FFFF, "
        "assign 4142->1, probe 08/0E, probe 4942/FFFF, assign 4942->2, snrm 1, snrm 2",
-       "1:4142:3 2:4942:2"},
+       "1:4142:3 2:4942:2", "0"},
+      // The reply to 41 42's assignment is garbled: it took address 1 all the same, and 49 42 gets 2.
+      {{"uid=0x4942", "uid=0x4142"}, 2, 14, "assign 4142->1, probe 08/0E, probe 4942/FFFF, assign 4942->2, snrm 1, snrm 2",
+       "1:4142:3 2:4942:3", "01", 1},
       // Apart at bit 0 only, which is never split: two children for each position up to 152.
-      {{"uid=0x40", "uid=0x41"}, 0, 2 + 2 * 152, deepest, ""},
+      {{"uid=0x40", "uid=0x41"}, 0, 2 + 2 * 152, deepest, "", ""},
       // 43 42 is alone at position 1 but leaves out its vendor code; 45 42 alone at 2 falls
       // silent at its sixth frame, the assignment; of 41 42 and 49 42, apart at 3, 41 42 falls
       // silent at its sixth, the confirmation. The address is not used up.
       {{"uid=0x4142,silentFrom=6", "uid=0x4942", "uid=0x4542,silentFrom=6", "uid=0x4342,noVendor=1"}, 1, 14,
        "probe 00/02, probe 02/02, probe 00/06, probe 04/06, probe 4542/FFFF, assign 4542->1, probe 00/0E, "
        "probe 4142/FFFF, probe 08/0E, probe 4942/FFFF, assign 4942->1, snrm 1",
-       "1:4942:3"},
+       "1:4942:3", "0"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(scan(c.alds), c.found) << c.last;
+    EXPECT_EQ(scan(c.alds, c.garbledAssignments), c.found) << c.last;
     EXPECT_EQ(bus_.sent.size(), c.frames) << c.last;
     EXPECT_EQ(frames_.substr(frames_.size() - std::min(frames_.size(), c.last.size())), c.last);
     EXPECT_EQ(alds(), c.container) << c.last;
+    EXPECT_EQ(bus_.running, c.running) << c.last;
   }
 }
 

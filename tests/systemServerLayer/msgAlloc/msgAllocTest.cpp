@@ -4,9 +4,12 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "captureStdout.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "systemServerLayer/msgAlloc/queueLoop.h"
 
 namespace {
 
@@ -62,6 +65,26 @@ TEST(MsgQueueTest, RecordTravelsWithItsTypeWordAndTextOnly) {
   EXPECT_EQ(errno, E2BIG);
   EXPECT_EQ(recordReceive(id, &in, 10, 0, IPC_NOWAIT | MSG_NOERROR), 10);
   EXPECT_EQ(recordSend(id, &out, kMaxQueueText + 1, 0), -1);
+  msgctl(id, IPC_RMID, nullptr);
+}
+
+// The queues are open to any local process: a message longer than its reader takes is taken
+// off and dropped with a level-2 trace for the reader, and the one behind it comes through.
+TEST(QueueLoopTest, AnOverlongMessageIsDroppedAndTheOneBehindItReceived) {
+  int id = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+  TestRecord record{};
+  record.type = 1;
+  ASSERT_EQ(recordSend(id, &record, 1, 0), 0);
+  record.type = 2;
+  ASSERT_EQ(recordSend(id, &record, 0, 0), 0);
+  unsigned char in[kRecordTypeSize + 1] = {0, 0, 0, 0, 0xAA};  // a reader of empty messages, and a guard
+  ssize_t n = 0;
+  const std::string text = captured([&] { n = receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}); });
+  EXPECT_EQ(n, -1);
+  EXPECT_NE(text.find("]WRN:[reader,L7]msgId=" + std::to_string(id) + ": dropped a message longer than 0 bytes\n"),
+            std::string::npos) << text;
+  EXPECT_EQ(receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}), 0);
+  EXPECT_EQ(std::vector<int>({recordType(in), in[4]}), std::vector<int>({2, 0xAA}));
   msgctl(id, IPC_RMID, nullptr);
 }
 

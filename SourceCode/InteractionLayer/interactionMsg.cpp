@@ -5,7 +5,8 @@
 namespace interaction {
 
 ssize_t receiveMsg(int msgId, unsigned char* buffer) {
-  return receiveOrPause(msgId, buffer, kMaxText, TRACE_SITE);
+  // The interaction queue and the peer's command queue: an over-long record is a peer's error.
+  return receiveOrPause(msgId, buffer, kMaxText, TRACE_SITE, 1);
 }
 
 }  // namespace interaction

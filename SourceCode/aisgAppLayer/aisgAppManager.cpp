@@ -167,7 +167,7 @@ void AisgAppManager::serve() {
   unsigned char message[kRecordTypeSize];
   for (;;) {
     TRACE(4, "aisgAppManagerThread v3 wait msg = %d!\n", _msgId);
-    ssize_t length = receiveOrPause(_msgId, message, 0, TRACE_SITE);
+    ssize_t length = receiveOrPause(_msgId, message, 0, TRACE_SITE, kForeignMsgTraceLevel);
     if (length < 0) {
       // Without a queue no tick can ever come.
       if (_msgId < 0) parkForever();

@@ -260,7 +260,7 @@ void* AisgCommManager::aisgCommManagerThread(void* object) {
   TRACE(3, "aisgCommManagerThread start");
   for (;;) {
     TRACE(4, "AisgCommManagerThread wait msg = %d!\n", self->_msgId);
-    const ssize_t n = receiveOrPause(self->_msgId, self->_pRevMsg, kMaxQueueText, TRACE_SITE);
+    const ssize_t n = receiveOrPause(self->_msgId, self->_pRevMsg, kMaxQueueText, TRACE_SITE, kForeignMsgTraceLevel);
     if (n < 0) continue;
     if (n == 0) {
       TRACE(1, "receive empty command -- length=%d , errno=%d!\n", 0, errno);

@@ -10,7 +10,7 @@
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 #include "utility/threadLoop.h"
 
-ssize_t receiveRecord(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site) {
+ssize_t receiveRecord(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site, int dropLevel) {
   // Room for one byte more than the reader takes, and the rest cut: a message that
   // fills the room is longer than any the reader knows, and the cut tells it apart.
   unsigned char whole[kRecordTypeSize + kMaxQueueText];
@@ -18,7 +18,7 @@ ssize_t receiveRecord(int msgId, void* record, std::size_t maxTextSize, S_TraceS
   const ssize_t n = cancelPoint([&] { return recordReceive(msgId, whole, room, 0, MSG_NOERROR); });
   if (n < 0) return n;
   if (static_cast<std::size_t>(n) > maxTextSize) {
-    DebugTrace(2, site.file, site.line, "msgId=%d: dropped a message longer than %u bytes\n", msgId,
+    DebugTrace(dropLevel, site.file, site.line, "msgId=%d: dropped a message longer than %u bytes\n", msgId,
                static_cast<unsigned int>(maxTextSize));
     errno = E2BIG;
     return -1;
@@ -27,8 +27,8 @@ ssize_t receiveRecord(int msgId, void* record, std::size_t maxTextSize, S_TraceS
   return n;
 }
 
-ssize_t receiveOrPause(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site) {
-  const ssize_t n = receiveRecord(msgId, record, maxTextSize, site);
+ssize_t receiveOrPause(int msgId, void* record, std::size_t maxTextSize, S_TraceSite site, int dropLevel) {
+  const ssize_t n = receiveRecord(msgId, record, maxTextSize, site, dropLevel);
   if (n >= 0) return n;
   const int error = errno;
   // A dropped message has had its trace, and the next one may wait right behind it.

@@ -136,7 +136,7 @@ void TimerManager::timeoutNotify(sigval value) {
 void TimerManager::takeTick() {
   unsigned char tick[kRecordTypeSize];
   for (;;) {
-    if (receiveRecord(timeoutMsgid, tick, 0, TRACE_SITE) >= 0) return;
+    if (receiveRecord(timeoutMsgid, tick, 0, TRACE_SITE, kForeignMsgTraceLevel) >= 0) return;
     // A message with text is dropped, and is no tick: the wait goes on.
     if (errno != E2BIG) break;
   }

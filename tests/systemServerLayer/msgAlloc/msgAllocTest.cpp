@@ -79,11 +79,11 @@ TEST(QueueLoopTest, AnOverlongMessageIsDroppedAndTheOneBehindItReceived) {
   ASSERT_EQ(recordSend(id, &record, 0, 0), 0);
   unsigned char in[kRecordTypeSize + 1] = {0, 0, 0, 0, 0xAA};  // a reader of empty messages, and a guard
   ssize_t n = 0;
-  const std::string text = captured([&] { n = receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}); });
+  const std::string text = captured([&] { n = receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}, 2); });
   EXPECT_EQ(n, -1);
   EXPECT_NE(text.find("]WRN:[reader,L7]msgId=" + std::to_string(id) + ": dropped a message longer than 0 bytes\n"),
             std::string::npos) << text;
-  EXPECT_EQ(receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}), 0);
+  EXPECT_EQ(receiveOrPause(id, in, 0, S_TraceSite{"reader", 7}, 2), 0);
   EXPECT_EQ(std::vector<int>({recordType(in), in[4]}), std::vector<int>({2, 0xAA}));
   msgctl(id, IPC_RMID, nullptr);
 }

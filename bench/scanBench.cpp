@@ -41,6 +41,7 @@ class TimedComm : public DeviceCommInterface {
     return result;
   }
   void clearStatusData() override { _inner->clearStatusData(); }
+  void apartFromReplies(const std::function<void()>& work) override { _inner->apartFromReplies(work); }
 
   std::vector<S_Exchange> exchanges;
 

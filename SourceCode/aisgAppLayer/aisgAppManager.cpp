@@ -26,6 +26,17 @@ namespace {
 constexpr int32_t kTickMsgType = 1;
 constexpr unsigned char kAisgVersion2 = 2;
 
+// Visits each layer-2 device. The walk uses this thread's own cursor, so the
+// console's device listing on another thread does not disturb it.
+template <typename Visit>
+void forEachLayer2Device(Visit visit) {
+  Layer2DeviceContainer* devices = Layer2DeviceContainer::getInstance();
+  for (Layer2Device* device = devices->getBeginLayer2DeviceObj(); device != nullptr && !devices->isEnd();
+       device = devices->getNextLayer2DeviceObj()) {
+    visit(*device);
+  }
+}
+
 }  // namespace
 
 AisgAppManager* AisgAppManager::getInstance() {
@@ -216,32 +227,26 @@ E_AppRunStep AisgAppManager::runOneStep(E_AppRunStep step) {
   }
 }
 
-// The container walks below use this thread's own cursor, so the console's device
-// listing on another thread does not disturb them.
 int AisgAppManager::aldDeviceScan() {
-  Layer2DeviceContainer* devices = Layer2DeviceContainer::getInstance();
   unsigned char total = 0;
-  for (Layer2Device* device = devices->getBeginLayer2DeviceObj();
-       device != nullptr && !devices->isEnd(); device = devices->getNextLayer2DeviceObj()) {
+  forEachLayer2Device([&total](Layer2Device& device) {
     unsigned char count = 0;
-    if (device->deviceScan(kMaxUidLength, count) != 0) continue;
+    if (device.deviceScan(kMaxUidLength, count) != 0) return;
     total = static_cast<unsigned char>(total + count);
-    TRACE(3, "Aisg V%d scan device numbers = %d\n", device->aisgVersion, count);
+    TRACE(3, "Aisg V%d scan device numbers = %d\n", device.aisgVersion, count);
     TRACE(3, "scan device total numbers = %d\n", total);
-  }
+  });
   return total != 0 ? 0 : -1;
 }
 
 int AisgAppManager::aldsDiscover() {
-  Layer2DeviceContainer* devices = Layer2DeviceContainer::getInstance();
-  unsigned int total = 0;
-  for (Layer2Device* device = devices->getBeginLayer2DeviceObj();
-       device != nullptr && !devices->isEnd(); device = devices->getNextLayer2DeviceObj()) {
+  int total = 0;
+  forEachLayer2Device([&total](Layer2Device& device) {
     unsigned char count = 0;
-    device->deviceDiscover(kMaxUidLength, count);
+    device.deviceDiscover(kMaxUidLength, count);
     total += count;
-  }
-  return static_cast<int>(total);
+  });
+  return total;
 }
 
 int AisgAppManager::getAldsBaseInfo() {
@@ -254,6 +259,7 @@ int AisgAppManager::createAldsFromFile() {
   return -1;
 }
 
+// The walk uses this thread's own cursor, as forEachLayer2Device's does.
 int AisgAppManager::aldsPoll() {
   AldDeviceContainer* alds = AldDeviceContainer::getInstance();
   TRACE(4, "aldsPoll() start\n");

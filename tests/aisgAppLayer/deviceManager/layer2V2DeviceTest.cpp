@@ -199,6 +199,18 @@ TEST_F(Layer2V2DeviceTest, ScansGoBreadthFirstWithTheZeroBranchFirst) {
   }
 }
 
+// A link set up anew (after a DM, a new address) starts at numbers 0 with its counters cleared.
+TEST_F(Layer2V2DeviceTest, ALinkSetUpAnewStartsAtNumbersZeroWithClearedCounters) {
+  device_._pCommInterface = &bus_;
+  AldDevice ald;
+  ald.address = 1, ald.sendNo = 5, ald.receiveNo = 6, ald.failedCount = 4, ald.addressAssignRetryCount = 3;
+  S_HdlcPacket ua = tframes::packetTo(1, 0x73);
+  bus_.script.push_back(tframes::encoded(ua, 0));
+  EXPECT_EQ(device_.openLink(ald), 0);
+  EXPECT_EQ(std::vector<int>({ald.sendNo, ald.receiveNo, ald.failedCount, ald.addressAssignRetryCount, ald.getStatus()}),
+            std::vector<int>({0, 0, 0, 0, RUNNING}));
+}
+
 // The record of an ALD found; the objects that a scan drops stay readable through
 // the next scan, and then they are freed.
 TEST_F(Layer2V2DeviceTest, RepeatedScansReplaceAndFreeTheRecords) {

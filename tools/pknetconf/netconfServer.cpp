@@ -1,0 +1,198 @@
+#include "netconfServer.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "aldCommunication.h"
+#include "aldQueueClient.h"
+#include "hostKey.h"
+#include "portState.h"
+#include "rpcError.h"
+#include "stateFilter.h"
+
+namespace {
+
+const char* const kEndpoint = "ssh";
+// Sessions wait for each other on the queue pair anyway; a second thread keeps
+// a get or a new session's first RPC from waiting behind an exchange on the bus.
+constexpr int kPollThreads = 2;
+// Each wait ends after a second at the latest, so that a stop is seen.
+constexpr int kWaitMs = 1000;
+constexpr unsigned int kFailurePauseUs = 100000;
+
+const char* const kModules[] = {"o-ran-ald-port", "o-ran-ald", "ietf-netconf", "ietf-netconf-monitoring",
+                                "ietf-netconf-with-defaults"};
+
+}  // namespace
+
+NetconfServer* NetconfServer::_pRunning = nullptr;
+
+NetconfServer::NetconfServer(const S_NetconfOptions& options, const std::string& portName)
+    : _options(options), _portName(portName) {}
+
+NetconfServer::~NetconfServer() { stop(); }
+
+int NetconfServer::loadModules(std::string* error) {
+  if (ly_ctx_new(nullptr, LY_CTX_DISABLE_SEARCHDIR_CWD, &_ctx) != LY_SUCCESS ||
+      ly_ctx_set_searchdir(_ctx, _options.yangDir.c_str()) != LY_SUCCESS ||
+      ly_ctx_set_searchdir(_ctx, PK_IETF_YANG_DIR) != LY_SUCCESS) {
+    *error = "cannot search for YANG modules in " + _options.yangDir + " and " PK_IETF_YANG_DIR;
+    return -1;
+  }
+  // No feature of ietf-netconf: the hello offers no datastore operation this server lacks.
+  const char* noFeatures[] = {nullptr};
+  for (const char* module : kModules) {
+    if (ly_ctx_load_module(_ctx, module, nullptr, noFeatures) == nullptr) {
+      *error = std::string("cannot load the YANG module ") + module + " from " + _options.yangDir + " or " +
+               PK_IETF_YANG_DIR;
+      return -1;
+    }
+  }
+  return 0;
+}
+
+int NetconfServer::start(std::string* error) {
+  if (_pRunning != nullptr) {
+    *error = "a server runs already";
+    return -1;
+  }
+  if (_keys.load(_options.authorizedKeys, _options.user, error) != 0 || ensureHostKey(_options.hostKey, error) != 0 ||
+      loadModules(error) != 0) {
+    return -1;
+  }
+  if (nc_server_init(_ctx) != 0) {
+    *error = "the NETCONF engine did not start";
+    return -1;
+  }
+  _engineUp = true;
+  _pRunning = this;
+  nc_set_global_rpc_clb(serveRpc);
+  nc_server_set_capab_withdefaults(NC_WD_EXPLICIT, NC_WD_EXPLICIT);
+  nc_server_ssh_set_hostkey_clb(giveHostKey, this, nullptr);
+  nc_server_ssh_set_pubkey_auth_clb(checkPublicKey, this, nullptr);
+  if (nc_server_add_endpt(kEndpoint, NC_TI_LIBSSH) != 0 ||
+      nc_server_ssh_endpt_add_hostkey(kEndpoint, "host", -1) != 0 ||
+      nc_server_ssh_endpt_set_auth_methods(kEndpoint, NC_SSH_AUTH_PUBLICKEY) != 0 ||
+      nc_server_endpt_set_address(kEndpoint, _options.address.c_str()) != 0 ||
+      nc_server_endpt_set_port(kEndpoint, _options.port) != 0) {
+    *error = "cannot listen on " + _options.address + " port " + std::to_string(_options.port);
+    return -1;
+  }
+  _sessions = nc_ps_new();
+  _running = true;
+  _acceptThread = std::thread(&NetconfServer::acceptSessions, this);
+  for (int i = 0; i < kPollThreads; ++i) _pollThreads.emplace_back(&NetconfServer::pollSessions, this);
+  return 0;
+}
+
+void NetconfServer::stop() {
+  _running = false;
+  _sessionAdded.notify_all();
+  if (_acceptThread.joinable()) _acceptThread.join();
+  for (std::thread& thread : _pollThreads) thread.join();
+  _pollThreads.clear();
+  if (_sessions != nullptr) {
+    nc_ps_clear(_sessions, 1, nullptr);
+    nc_ps_free(_sessions);
+    _sessions = nullptr;
+  }
+  if (_engineUp) nc_server_destroy();
+  _engineUp = false;
+  if (_ctx != nullptr) ly_ctx_destroy(_ctx);
+  _ctx = nullptr;
+  if (_pRunning == this) _pRunning = nullptr;
+}
+
+void NetconfServer::addSession(nc_session* session) {
+  std::lock_guard<std::mutex> lock(_lock);
+  if (nc_ps_add_session(_sessions, session) != 0) {
+    nc_session_free(session, nullptr);
+    return;
+  }
+  ++_sessionCount;
+  _sessionAdded.notify_all();
+}
+
+void NetconfServer::acceptSessions() {
+  while (_running) {
+    nc_session* session = nullptr;
+    NC_MSG_TYPE type = nc_accept(kWaitMs, &session);
+    if (type == NC_MSG_HELLO) {
+      addSession(session);
+    } else if (type == NC_MSG_ERROR) {
+      // A failed login or handshake; the pause keeps a broken endpoint from spinning.
+      usleep(kFailurePauseUs);
+    }
+  }
+  nc_thread_destroy();
+}
+
+void NetconfServer::pollSessions() {
+  while (_running) {
+    nc_session* session = nullptr;
+    int result = nc_ps_poll(_sessions, kWaitMs, &session);
+    if ((result & NC_PSPOLL_NOSESSIONS) != 0) {
+      std::unique_lock<std::mutex> lock(_lock);
+      _sessionAdded.wait(lock, [this] { return !_running || _sessionCount > 0; });
+    } else if ((result & NC_PSPOLL_SESSION_TERM) != 0) {
+      std::lock_guard<std::mutex> lock(_lock);
+      nc_ps_del_session(_sessions, session);
+      nc_session_free(session, nullptr);
+      --_sessionCount;
+    } else if ((result & NC_PSPOLL_SSH_CHANNEL) != 0) {
+      nc_session* channel = nullptr;
+      if (nc_ps_accept_ssh_channel(_sessions, &channel) == NC_MSG_HELLO) addSession(channel);
+    } else if ((result & NC_PSPOLL_ERROR) != 0) {
+      usleep(kFailurePauseUs);
+    }
+  }
+  nc_thread_destroy();
+}
+
+nc_server_reply* NetconfServer::serveRpc(lyd_node* rpc, nc_session*) {
+  const ly_ctx* ctx = LYD_CTX(rpc);
+  const char* module = rpc->schema->module->name;
+  const char* name = LYD_NAME(rpc);
+  if (strcmp(module, "o-ran-ald") == 0 && strcmp(name, "ald-communication") == 0) {
+    return serveAldCommunication(rpc, AldQueueClient::getInstance());
+  }
+  if (strcmp(module, "ietf-netconf") == 0 && strcmp(name, "get") == 0 && _pRunning != nullptr) {
+    return _pRunning->serveGet(rpc);
+  }
+  return nc_server_reply_err(nc_err(ctx, NC_ERR_OP_NOT_SUPPORTED, NC_ERR_TYPE_PROT));
+}
+
+nc_server_reply* NetconfServer::serveGet(const lyd_node* rpc) const {
+  const ly_ctx* ctx = LYD_CTX(rpc);
+  lyd_node* state = nullptr;
+  if (buildPortState(ctx, _portName, &state) != 0) {
+    return rpcErrorReply(nc_err(ctx, NC_ERR_OP_FAILED, NC_ERR_TYPE_APP), "cannot build the state data");
+  }
+  lyd_node* filter = nullptr;
+  lyd_node* selected = nullptr;
+  std::string error;
+  lyd_find_path(rpc, "filter", 0, &filter);
+  int selection = selectState(state, filter, &selected, &error);
+  lyd_free_siblings(state);
+  if (selection != 0) return rpcErrorReply(nc_err(ctx, NC_ERR_INVALID_VALUE, NC_ERR_TYPE_PROT), error);
+  lyd_node* output = nullptr;
+  if (lyd_dup_single(rpc, nullptr, 0, &output) == LY_SUCCESS &&
+      lyd_new_any(output, nullptr, "data", selected, 1, LYD_ANYDATA_DATATREE, 1, nullptr) == LY_SUCCESS) {
+    return nc_server_reply_data(output, NC_WD_EXPLICIT, NC_PARAMTYPE_FREE);
+  }
+  lyd_free_tree(output);
+  lyd_free_siblings(selected);
+  return rpcErrorReply(nc_err(ctx, NC_ERR_OP_FAILED, NC_ERR_TYPE_APP), "cannot build the reply");
+}
+
+int NetconfServer::checkPublicKey(const nc_session* session, ssh_key key, void* server) {
+  return static_cast<NetconfServer*>(server)->_keys.accepts(nc_session_get_username(session), key) ? 0 : 1;
+}
+
+int NetconfServer::giveHostKey(const char*, void* server, char** path, char** data, NC_SSH_KEY_TYPE*) {
+  *path = strdup(static_cast<NetconfServer*>(server)->_options.hostKey.c_str());
+  *data = nullptr;
+  return *path != nullptr ? 0 : -1;
+}

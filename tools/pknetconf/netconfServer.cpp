@@ -67,6 +67,10 @@ int NetconfServer::start(std::string* error) {
     return -1;
   }
   _engineUp = true;
+  // The engine's own get-schema answers every module with empty data on this
+  // libyang: the global callback serves it instead.
+  const lysc_node* getSchema = lys_find_path(_ctx, nullptr, "/ietf-netconf-monitoring:get-schema", 0);
+  if (getSchema != nullptr) const_cast<lysc_node*>(getSchema)->priv = nullptr;
   _pRunning = this;
   nc_set_global_rpc_clb(serveRpc);
   nc_server_set_capab_withdefaults(NC_WD_EXPLICIT, NC_WD_EXPLICIT);
@@ -161,6 +165,7 @@ nc_server_reply* NetconfServer::serveRpc(lyd_node* rpc, nc_session*) {
   if (strcmp(module, "ietf-netconf") == 0 && strcmp(name, "get") == 0 && _pRunning != nullptr) {
     return _pRunning->serveGet(rpc);
   }
+  if (strcmp(module, "ietf-netconf-monitoring") == 0 && strcmp(name, "get-schema") == 0) return serveGetSchema(rpc);
   return nc_server_reply_err(nc_err(ctx, NC_ERR_OP_NOT_SUPPORTED, NC_ERR_TYPE_PROT));
 }
 
@@ -185,6 +190,33 @@ nc_server_reply* NetconfServer::serveGet(const lyd_node* rpc) const {
   lyd_free_tree(output);
   lyd_free_siblings(selected);
   return rpcErrorReply(nc_err(ctx, NC_ERR_OP_FAILED, NC_ERR_TYPE_APP), "cannot build the reply");
+}
+
+nc_server_reply* NetconfServer::serveGetSchema(const lyd_node* rpc) {
+  const ly_ctx* ctx = LYD_CTX(rpc);
+  auto text = [rpc](const char* name) {
+    lyd_node* leaf = nullptr;
+    return lyd_find_path(rpc, name, 0, &leaf) == LY_SUCCESS ? std::string(lyd_get_value(leaf)) : std::string();
+  };
+  std::string identifier = text("identifier");
+  std::string version = text("version");
+  const lys_module* module = version.empty() ? ly_ctx_get_module_latest(ctx, identifier.c_str())
+                                             : ly_ctx_get_module(ctx, identifier.c_str(), version.c_str());
+  if (module == nullptr) {
+    return rpcErrorReply(nc_err(ctx, NC_ERR_INVALID_VALUE, NC_ERR_TYPE_APP),
+                         "no module " + identifier + (version.empty() ? "" : " of revision " + version));
+  }
+  bool yin = text("format") == "ietf-netconf-monitoring:yin";
+  char* schema = nullptr;
+  lyd_node* output = nullptr;
+  if (lys_print_mem(&schema, module, yin ? LYS_OUT_YIN : LYS_OUT_YANG, 0) == LY_SUCCESS &&
+      lyd_dup_single(rpc, nullptr, 0, &output) == LY_SUCCESS &&
+      lyd_new_any(output, nullptr, "data", schema, 1, LYD_ANYDATA_STRING, 1, nullptr) == LY_SUCCESS) {
+    return nc_server_reply_data(output, NC_WD_EXPLICIT, NC_PARAMTYPE_FREE);
+  }
+  free(schema);
+  lyd_free_tree(output);
+  return rpcErrorReply(nc_err(ctx, NC_ERR_OP_FAILED, NC_ERR_TYPE_APP), "cannot print the module " + identifier);
 }
 
 int NetconfServer::checkPublicKey(const nc_session* session, ssh_key key, void* server) {

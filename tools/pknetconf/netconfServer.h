@@ -16,7 +16,7 @@
 
 // The NETCONF engine with its modules, one SSH endpoint, and the threads that
 // accept sessions and serve their RPCs: o-ran-ald:ald-communication and a get
-// of the ALD ports' state. The engine itself answers get-schema and
+// of the ALD ports' state, and get-schema. The engine itself answers
 // close-session, and refuses every other operation. One server per process.
 class NetconfServer {
  public:
@@ -36,6 +36,7 @@ class NetconfServer {
   static int checkPublicKey(const nc_session* session, ssh_key key, void* server);
   static int giveHostKey(const char* name, void* server, char** path, char** data, NC_SSH_KEY_TYPE* type);
   nc_server_reply* serveGet(const lyd_node* rpc) const;
+  static nc_server_reply* serveGetSchema(const lyd_node* rpc);
   int loadModules(std::string* error);
   void addSession(nc_session* session);
   void acceptSessions();

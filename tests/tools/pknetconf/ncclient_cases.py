@@ -1,0 +1,158 @@
+#!/usr/bin/python3
+"""ncclient against pknetconf, beside the service (without -c) on a simulated bus.
+
+usage: ncclient_cases.py SERVICE_PID ALD... -- PKNETCONF_COMMAND...
+Each ALD is aldsim's description (uid=TEXT,...,tilt=T); they get addresses 1, 2, ...
+Prints each failed check and 'N passed, N failed'; exit status 1 on a failure.
+"""
+import base64, os, re, signal, subprocess, sys, threading, time
+import paramiko
+from ncclient import manager
+from ncclient.operations.rpc import RPCError
+from ncclient.transport.errors import AuthenticationError
+from ncclient.xml_ import to_ele
+from lxml import etree
+
+ALD_NS, PORT_NS = 'urn:o-ran:ald:1.0', 'urn:o-ran:ald-port:1.0'
+PORT_STATE = '<ald-ports-io xmlns="%s"><ald-port><name>/tmp/ttyALD</name><port-id>0</port-id></ald-port></ald-ports-io>' % PORT_NS
+service_pid, rest = int(sys.argv[1]), sys.argv[2:]
+alds, command = rest[:rest.index('--')], rest[rest.index('--') + 1:]
+def field(ald, key, default):
+    found = re.search(key + '=([^,]+)', ald)
+    return found.group(1) if found else default
+
+uids = [field(a, 'uid', '').encode() for a in alds]
+tilts = [round(10 * float(field(a, 'tilt', '0'))) for a in alds]
+results = {'passed': 0, 'failed': 0}
+
+def check(what, got, want):
+    results['passed' if got == want else 'failed'] += 1
+    if got != want:
+        print('FAILED %s: got %r, want %r' % (what, got, want), flush=True)
+
+def connect(key='client', user='oran'):
+    return manager.connect(host='127.0.0.1', port=830, username=user, key_filename=key, hostkey_verify=False,
+                           allow_agent=False, look_for_keys=False, timeout=30)
+
+def ald(session, frame, port=0):
+    """One ald-communication: its output leaves, the reply frame decoded."""
+    reply = session.dispatch(to_ele('<ald-communication xmlns="%s"><port-id>%d</port-id><ald-req-msg>%s</ald-req-msg>'
+                                    '</ald-communication>' % (ALD_NS, port, base64.b64encode(frame).decode())))
+    out = {e.tag.split('}')[1]: e.text for e in to_ele(reply.xml)}
+    out['frame'] = list(base64.b64decode(out.get('ald-resp-msg') or ''))
+    return out
+
+def state(session, subtree=None):
+    data = session.get(filter=('subtree', subtree) if subtree else None).data_ele
+    return re.sub(r'>\s+<', '><', ''.join(etree.tostring(child).decode() for child in data)).strip()
+
+class Link:
+    """One ALD's link as the client keeps it: its address, N(S) and N(R)."""
+    def __init__(self, session, address):
+        self.session, self.address, self.ns, self.nr = session, address, 0, 0
+
+    def assign(self, uid):
+        pi = bytes([1, len(uid)]) + uid + bytes([2, 1, self.address])
+        out = ald(self.session, bytes([0xFF, 0xBF, 0x81, 0xF0, len(pi)]) + pi)
+        check('XID to %s' % uid, (out['status'], out['frame'][:2]), ('ACCEPTED', [self.address, 0xBF]))
+
+    def open(self):
+        out = ald(self.session, bytes([self.address, 0x93]))
+        check('SNRM to %d' % self.address, (out['status'], out['frame']), ('ACCEPTED', [self.address, 0x73]))
+        self.ns = self.nr = 0
+
+    def procedure(self, info):
+        """An I-frame; the reply must carry N(S) and N(R) of the next frames. A rejected one went nowhere."""
+        out = ald(self.session, bytes([self.address, self.nr << 5 | 0x10 | self.ns << 1]) + info)
+        if out['status'] != 'ACCEPTED':
+            return out, False
+        self.ns = (self.ns + 1) % 8
+        ordered = out['frame'][:2] == [self.address, self.ns << 5 | 0x10 | self.nr << 1]
+        self.nr = (self.nr + 1) % 8
+        return out, ordered
+
+    def tilt(self, sub=1):
+        """getTilt: the tilt in tenths of a degree, or None when the reply is not getTilt's for this sub-unit."""
+        out, ordered = self.procedure(bytes([0x82, 1, 0, sub]))
+        f = out['frame']
+        ok = ordered and f[2:7] == [0x82, 4, 0, sub, 0]
+        return out, int.from_bytes(bytes(f[7:9]), 'little', signed=True) if ok else None
+
+def queued(key='0x00400004'):
+    lines = subprocess.run(['ipcs', '-q'], capture_output=True, text=True).stdout.splitlines()
+    return [int(l.split()[5]) for l in lines if l.startswith(key)]
+
+good, other = paramiko.ECDSAKey.generate(), paramiko.ECDSAKey.generate()
+good.write_private_key_file('client')
+other.write_private_key_file('stranger')
+open('authorized_keys', 'w').write('# the test client\n%s %s test\n' % (good.get_name(), good.get_base64()))
+log = open('pknetconf.log', 'w')
+server = subprocess.Popen(command + ['--authorized-keys', 'authorized_keys', '--host-key', 'host_key'],
+                          stdout=log, stderr=subprocess.STDOUT)
+for _ in range(100):
+    if 'listening' in open('pknetconf.log').read() or server.poll() is not None:
+        break
+    time.sleep(0.1)
+check('host key made, owner only', oct(os.stat('host_key').st_mode & 0o777), '0o600')
+
+m = connect()
+caps = [c for c in m.server_capabilities if 'module=o-ran-ald' in c]
+check('hello', sorted(c.split('?')[0] for c in caps), ['urn:o-ran:ald-port:1.0', 'urn:o-ran:ald:1.0'])
+check('get-schema', 'rpc ald-communication' in m.get_schema('o-ran-ald').data, True)
+for subtree, want in [(None, PORT_STATE), ('<ald-ports-io xmlns="%s"/>' % PORT_NS, PORT_STATE),
+                      ('<ald-ports-io xmlns="%s"><ald-port><port-id/></ald-port></ald-ports-io>' % PORT_NS, PORT_STATE),
+                      ('<ald-ports-io xmlns="%s"><ald-port><name>other</name></ald-port></ald-ports-io>' % PORT_NS, ''),
+                      ('<netconf-state xmlns="urn:ietf:params:xml:ns:yang:ietf-netconf-monitoring"/>', '')]:
+    check('get %s' % subtree, state(m, subtree), want)
+for key, user in [('stranger', 'oran'), ('client', 'root')]:
+    try:
+        connect(key, user).close_session()
+        check('login of %s as %s' % (key, user), 'accepted', 'refused')
+    except AuthenticationError:
+        check('login of %s as %s' % (key, user), 'refused', 'refused')
+
+links = [Link(m, n + 1) for n in range(len(uids))]
+for link, uid in zip(links, uids):
+    link.assign(uid)
+    link.open()
+first, tilt = links[0].tilt()
+check('getTilt to ALD 1', (first['status'], tilt), ('ACCEPTED', tilts[0]))
+second, _ = links[0].tilt()
+check('counters', [second[k] for k in ('frames-with-wrong-crc', 'frames-without-stop-flag')], ['0', '0'])
+check('octets counted', int(second['number-of-received-octets']) - int(first['number-of-received-octets']), 13)
+for frame, want in [(bytes([0x30, 0x93]), 'ALD reply time out.'), (bytes(1200), 'The HDLC packet is incorrect.')]:
+    out = ald(m, frame)
+    check('%d bytes to %d' % (len(frame), frame[0]), (out['status'], out.get('error-message')), ('REJECTED', want))
+# With the service stopped: nothing that is refused reaches its queue, and what times out is taken back.
+os.kill(service_pid, signal.SIGSTOP)
+for port, frame, tag in [(7, b'\x01\x93', 'invalid-value'), (0, bytes(1201), 'operation-failed')]:
+    try:
+        ald(m, frame, port)
+        check('port %d, %d bytes' % (port, len(frame)), 'accepted', tag)
+    except RPCError as error:
+        check('port %d, %d bytes' % (port, len(frame)), (error.tag, queued()), (tag, [0]))
+start = time.monotonic()
+out, _ = links[0].procedure(bytes([0x81, 3, 0, 1, 90, 0]))
+check('setTilt with the service stopped', (out['status'], 'withdrawn' in out['error-message'], queued(),
+                                           3 <= time.monotonic() - start < 6), ('REJECTED', True, [0], True))
+check('get with the service stopped', state(m), PORT_STATE)
+os.kill(service_pid, signal.SIGCONT)
+time.sleep(1.5)
+check('tilt after the withdrawn setTilt', links[0].tilt()[1], tilts[0])
+
+replies = {}
+def session_of(link, uid):
+    with connect() as own:
+        link.session = own
+        link.open()
+        replies[uid] = [link.tilt() for _ in range(25)]
+threads = [threading.Thread(target=session_of, args=(link, uid)) for link, uid in zip(links, uids)]
+for t in threads: t.start()
+for t in threads: t.join()
+for n, uid in enumerate(uids):
+    check('25 replies of %s' % uid, [(o['status'], t) for o, t in replies.get(uid, [])], [('ACCEPTED', tilts[n])] * 25)
+m.close_session()
+server.send_signal(signal.SIGTERM)
+check('pknetconf ends on SIGTERM', server.wait(10), 0)
+print('%d passed, %d failed' % (results['passed'], results['failed']))
+sys.exit(1 if results['failed'] else 0)

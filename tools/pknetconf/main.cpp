@@ -22,6 +22,9 @@ int main(int argc, char** argv) {
     return 0;
   }
   nc_verbosity(options.verbose ? NC_VERB_VERBOSE : NC_VERB_ERROR);
+  // A request that fails validation is the client's error, and the client gets
+  // its message in the rpc-error: the log keeps it only with --verbose.
+  if (!options.verbose) ly_log_options(LY_LOSTORE_LAST);
   // The configuration's own report is no business of this program's output.
   gLogLevel = 0;
   ConfigFile* config = ConfigFile::getInstance();

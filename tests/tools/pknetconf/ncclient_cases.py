@@ -5,7 +5,7 @@ usage: ncclient_cases.py SERVICE_PID ALD... -- PKNETCONF_COMMAND...
 Each ALD is aldsim's description (uid=TEXT,...,tilt=T); they get addresses 1, 2, ...
 Prints each failed check and 'N passed, N failed'; exit status 1 on a failure.
 """
-import base64, os, re, signal, subprocess, sys, threading, time
+import base64, ctypes, os, re, signal, struct, subprocess, sys, threading, time
 import paramiko
 from ncclient import manager
 from ncclient.operations.rpc import RPCError
@@ -82,6 +82,12 @@ def queued(key='0x00400004'):
     lines = subprocess.run(['ipcs', '-q'], capture_output=True, text=True).stdout.splitlines()
     return [int(l.split()[5]) for l in lines if l.startswith(key)]
 
+def enqueue(frame):
+    """A request of another M-Plane peer (type 1, tag 0) on the service's command queue."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    text = struct.pack('=BB128sIIII', 0, 0, b'', 0, 0, 0, len(frame)) + frame.ljust(16, b'\0')
+    check('enqueued', libc.msgsnd(libc.msgget(0x400004, 0), struct.pack('l', 1) + text, len(text), 0), 0)
+
 good, other = paramiko.ECDSAKey.generate(), paramiko.ECDSAKey.generate()
 good.write_private_key_file('client')
 other.write_private_key_file('stranger')
@@ -139,6 +145,13 @@ check('get with the service stopped', state(m), PORT_STATE)
 os.kill(service_pid, signal.SIGCONT)
 time.sleep(1.5)
 check('tilt after the withdrawn setTilt', links[0].tilt()[1], tilts[0])
+# Four requests of another peer ahead, each waiting out its second: their replies and the late one
+# of the request that timed out behind them go to no caller.
+for _ in range(4):
+    enqueue(bytes([0x30, 0x93]))
+late = ald(m, bytes([2, 0x93]))
+check('behind a busy service', (late['status'], late['error-message'][-21:]), ('REJECTED', 'had taken the request'))
+check('the next reply is its own', links[0].tilt()[1], tilts[0])
 
 replies = {}
 def session_of(link, uid):

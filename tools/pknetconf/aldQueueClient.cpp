@@ -76,7 +76,7 @@ int AldQueueClient::exchange(const uint8_t* frame, size_t length, S_InteractionM
   _lastTag = static_cast<uint8_t>(_lastTag == 0xFF ? 1 : _lastTag + 1);
   request.reserved = _lastTag;
   request.dataLength = static_cast<uint32_t>(length);
-  memcpy(request.data, frame, length);
+  if (length > 0) memcpy(request.data, frame, length);
   size_t textSize = std::min<size_t>(interaction::kMaxText, kReplyHeaderText + std::max(length, kLongestFrame));
   {
     std::lock_guard<std::mutex> lock(_replyLock);

@@ -1,12 +1,16 @@
 #include "netconfServer.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include "aldCommunication.h"
 #include "aldQueueClient.h"
+#include "connectedSockets.h"
 #include "hostKey.h"
 #include "portState.h"
 #include "rpcError.h"
@@ -15,9 +19,6 @@
 namespace {
 
 const char* const kEndpoint = "ssh";
-// Sessions wait for each other on the queue pair anyway; a second thread keeps
-// a get or a new session's first RPC from waiting behind an exchange on the bus.
-constexpr int kPollThreads = 2;
 // Each wait ends after a second at the latest, so that a stop is seen.
 constexpr int kWaitMs = 1000;
 constexpr unsigned int kFailurePauseUs = 100000;
@@ -84,19 +85,26 @@ int NetconfServer::start(std::string* error) {
     *error = "cannot listen on " + _options.address + " port " + std::to_string(_options.port);
     return -1;
   }
+  _wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   _sessions = nc_ps_new();
+  if (_wakeFd < 0 || _sessions == nullptr) {
+    *error = "cannot make the session set";
+    return -1;
+  }
   _running = true;
   _acceptThread = std::thread(&NetconfServer::acceptSessions, this);
-  for (int i = 0; i < kPollThreads; ++i) _pollThreads.emplace_back(&NetconfServer::pollSessions, this);
+  _sessionThread = std::thread(&NetconfServer::serveSessions, this);
   return 0;
 }
 
 void NetconfServer::stop() {
   _running = false;
-  _sessionAdded.notify_all();
+  if (_wakeFd >= 0) wake();
   if (_acceptThread.joinable()) _acceptThread.join();
-  for (std::thread& thread : _pollThreads) thread.join();
-  _pollThreads.clear();
+  if (_sessionThread.joinable()) _sessionThread.join();
+  _sessionSockets.clear();
+  if (_wakeFd >= 0) close(_wakeFd);
+  _wakeFd = -1;
   if (_sessions != nullptr) {
     nc_ps_clear(_sessions, 1, nullptr);
     nc_ps_free(_sessions);
@@ -109,14 +117,33 @@ void NetconfServer::stop() {
   if (_pRunning == this) _pRunning = nullptr;
 }
 
-void NetconfServer::addSession(nc_session* session) {
-  std::lock_guard<std::mutex> lock(_lock);
-  if (nc_ps_add_session(_sessions, session) != 0) {
-    nc_session_free(session, nullptr);
-    return;
+void NetconfServer::wake() {
+  uint64_t one = 1;
+  if (write(_wakeFd, &one, sizeof(one)) < 0) {
+    // The counter is full only when the wake-ups are not taken yet: one is enough.
   }
-  ++_sessionCount;
-  _sessionAdded.notify_all();
+}
+
+void NetconfServer::addSession(nc_session* session, int socket) {
+  {
+    std::lock_guard<std::mutex> lock(_lock);
+    if (nc_ps_add_session(_sessions, session) != 0) {
+      nc_session_free(session, nullptr);
+      return;
+    }
+    _sessionSockets[session] = socket;
+  }
+  wake();
+}
+
+int NetconfServer::newSessionSocket() {
+  std::lock_guard<std::mutex> lock(_lock);
+  std::set<int> known;
+  for (const auto& entry : _sessionSockets) known.insert(entry.second);
+  for (int socket : connectedSockets()) {
+    if (known.count(socket) == 0) return socket;
+  }
+  return -1;
 }
 
 void NetconfServer::acceptSessions() {
@@ -124,7 +151,9 @@ void NetconfServer::acceptSessions() {
     nc_session* session = nullptr;
     NC_MSG_TYPE type = nc_accept(kWaitMs, &session);
     if (type == NC_MSG_HELLO) {
-      addSession(session);
+      // Sessions are accepted one after the other, so the one connected socket
+      // that no session has yet is the new session's.
+      addSession(session, newSessionSocket());
     } else if (type == NC_MSG_ERROR) {
       // A failed login or handshake; the pause keeps a broken endpoint from spinning.
       usleep(kFailurePauseUs);
@@ -133,26 +162,55 @@ void NetconfServer::acceptSessions() {
   nc_thread_destroy();
 }
 
-void NetconfServer::pollSessions() {
+void NetconfServer::serveSessions() {
+  bool idleWake = false;
   while (_running) {
-    nc_session* session = nullptr;
-    int result = nc_ps_poll(_sessions, kWaitMs, &session);
-    if ((result & NC_PSPOLL_NOSESSIONS) != 0) {
-      std::unique_lock<std::mutex> lock(_lock);
-      _sessionAdded.wait(lock, [this] { return !_running || _sessionCount > 0; });
-    } else if ((result & NC_PSPOLL_SESSION_TERM) != 0) {
+    std::vector<pollfd> waits = {{_wakeFd, POLLIN, 0}};
+    {
       std::lock_guard<std::mutex> lock(_lock);
-      nc_ps_del_session(_sessions, session);
-      nc_session_free(session, nullptr);
-      --_sessionCount;
-    } else if ((result & NC_PSPOLL_SSH_CHANNEL) != 0) {
-      nc_session* channel = nullptr;
-      if (nc_ps_accept_ssh_channel(_sessions, &channel) == NC_MSG_HELLO) addSession(channel);
-    } else if ((result & NC_PSPOLL_ERROR) != 0) {
-      usleep(kFailurePauseUs);
+      for (const auto& entry : _sessionSockets) {
+        if (entry.second >= 0) waits.push_back({entry.second, POLLIN, 0});
+      }
     }
+    poll(waits.data(), waits.size(), kWaitMs);
+    uint64_t wakes = 0;
+    if (read(_wakeFd, &wakes, sizeof(wakes)) < 0) wakes = 0;
+    bool bySocket = false;
+    for (size_t i = 1; i < waits.size(); ++i) bySocket = bySocket || waits[i].revents != 0;
+    bool served = servePending();
+    // A socket that stays ready with nothing for the engine to read must not make this loop spin.
+    if (bySocket && !served && idleWake) usleep(kFailurePauseUs);
+    idleWake = bySocket && !served;
   }
   nc_thread_destroy();
+}
+
+bool NetconfServer::servePending() {
+  const int work = NC_PSPOLL_RPC | NC_PSPOLL_BAD_RPC | NC_PSPOLL_REPLY_ERROR | NC_PSPOLL_SESSION_TERM |
+                   NC_PSPOLL_SESSION_ERROR | NC_PSPOLL_SSH_MSG | NC_PSPOLL_SSH_CHANNEL;
+  bool served = false;
+  for (;;) {
+    nc_session* session = nullptr;
+    int result = nc_ps_poll(_sessions, 0, &session);
+    if ((result & NC_PSPOLL_SESSION_TERM) != 0) {
+      std::lock_guard<std::mutex> lock(_lock);
+      nc_ps_del_session(_sessions, session);
+      _sessionSockets.erase(session);
+      nc_session_free(session, nullptr);
+    } else if ((result & NC_PSPOLL_SSH_CHANNEL) != 0) {
+      nc_session* channel = nullptr;
+      int socket = -1;
+      {
+        std::lock_guard<std::mutex> lock(_lock);
+        auto found = _sessionSockets.find(session);
+        if (found != _sessionSockets.end()) socket = found->second;
+      }
+      if (nc_ps_accept_ssh_channel(_sessions, &channel) == NC_MSG_HELLO) addSession(channel, socket);
+    }
+    if ((result & NC_PSPOLL_ERROR) != 0) usleep(kFailurePauseUs);
+    if ((result & work) == 0) return served;
+    served = true;
+  }
 }
 
 nc_server_reply* NetconfServer::serveRpc(lyd_node* rpc, nc_session*) {

@@ -5,11 +5,10 @@
 #include <nc_server.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "authorizedKeys.h"
 #include "netconfOptions.h"
@@ -38,9 +37,17 @@ class NetconfServer {
   nc_server_reply* serveGet(const lyd_node* rpc) const;
   static nc_server_reply* serveGetSchema(const lyd_node* rpc);
   int loadModules(std::string* error);
-  void addSession(nc_session* session);
+  void wake();
+  // Adds an accepted session, whose socket (or -1 when unknown) the session thread waits on.
+  void addSession(nc_session* session, int socket);
+  int newSessionSocket();
   void acceptSessions();
-  void pollSessions();
+  // The engine's own wait for its sessions polls them every 0.1 ms: this
+  // thread blocks on their sockets instead, and lets the engine read only
+  // what is there. One thread serves every session, one message at a time.
+  void serveSessions();
+  // Serves what the sessions have sent until nothing is left; true when something was.
+  bool servePending();
 
   const S_NetconfOptions _options;
   const std::string _portName;
@@ -49,11 +56,11 @@ class NetconfServer {
   bool _engineUp = false;
   nc_pollsession* _sessions = nullptr;
   std::atomic<bool> _running{false};
+  int _wakeFd = -1;  // an eventfd: a new session or the stop ends the session thread's wait
   std::mutex _lock;
-  std::condition_variable _sessionAdded;
-  int _sessionCount = 0;  // under _lock
+  std::map<nc_session*, int> _sessionSockets;  // under _lock
   std::thread _acceptThread;
-  std::vector<std::thread> _pollThreads;
+  std::thread _sessionThread;
 
   static NetconfServer* _pRunning;
 };

@@ -131,6 +131,12 @@ void printNetconf(const S_Options& options, Figures& queue) {
     printf("failed: %s | | | | | | | | |\n", f["error"].c_str());
     return;
   }
+  if (!queue.count("rigFloor")) {
+    printf("%s | | %s ms | %s ms | | | | | |\n\nThe NETCONF road without the client's own cost (an empty RPC): %s ms at "
+           "the median, %s ms at p99; the queue road, its measure, failed.\n",
+           f["n"].c_str(), f["median"].c_str(), f["p99"].c_str(), f["serverMedian"].c_str(), f["serverP99"].c_str());
+    return;
+  }
   // The excess columns are the server's: each call less the client's own cost, over the floor.
   double rigFloor = number(queue, "rigFloor");
   double meanFloor = number(queue, "meanFloor");

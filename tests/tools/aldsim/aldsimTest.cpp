@@ -132,17 +132,21 @@ TEST(AldBusTest, ScheduleIsCheckedBeforeTheRun) {
       {{"12:power 2 3", "0.5:drop 1", "3:plug uid=AB", "3:garble 3 any 2"}, ""},
       {{"4:power 3 1", "3:plug uid=AB"}, ""},
       {{"2:power 3 1", "3:plug uid=AB"}, "bad --at '2:power 3 1': no ALD '3' (1 to 2)"},
-      {{"12power 2"}, "bad --at '12power 2' (SECONDS:COMMAND, SECONDS 0 or more)"},
-      {{"-1:drop 1"}, "bad --at '-1:drop 1' (SECONDS:COMMAND, SECONDS 0 or more)"},
+      {{"12power 2"}, "bad --at '12power 2' (SECONDS:COMMAND, SECONDS 0 to 10000000)"},
+      {{"-1:drop 1"}, "bad --at '-1:drop 1' (SECONDS:COMMAND, SECONDS 0 to 10000000)"},
+      {{"1e8:drop 1"}, "bad --at '1e8:drop 1' (SECONDS:COMMAND, SECONDS 0 to 10000000)"},
       {{"1.5:garble 1 crc 2"}, "bad --at '1.5:garble 1 crc 2': bad kind 'crc' for garble (xid, ua, rr, dm, i, any)"},
       {{"1:power 1"}, "bad --at '1:power 1': usage: power N SECONDS"},
+      {{"1:power 1 -2"}, "bad --at '1:power 1 -2': bad SECONDS '-2' for power (0 or more)"},
+      {{"1:plug type=1"}, "bad --at '1:plug type=1': ALD 'type=1' has no uid"},
       {{"1:address 1 255"}, "bad --at '1:address 1 255': bad value '255' for address (1 to 254)"},
   };
   for (const auto& c : cases) {
     std::vector<S_SimEvent> events(c.at.size());
     std::string error;
-    for (size_t i = 0; i < c.at.size() && error.empty(); ++i) SimSchedule::parse(c.at[i], events[i], error);
-    if (error.empty()) SimSchedule::check(events, SimBus({"uid=A1", "uid=A2"}).model, error);
+    bool read = true;
+    for (size_t i = 0; i < c.at.size() && read; ++i) read = SimSchedule::parse(c.at[i], events[i], error) == 0;
+    if (read) SimSchedule::check(events, SimBus({"uid=A1", "uid=A2"}).model, error);
     EXPECT_EQ(error, c.error) << c.at[0];
   }
 }

@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <sstream>
 
+namespace {
+// About 115 days: the run's clock in milliseconds holds it with room to spare.
+constexpr double kMaxSeconds = 1e7;
+}  // namespace
+
 int SimSchedule::parse(const std::string& text, S_SimEvent& event, std::string& error) {
   const size_t colon = text.find(':');
   if (colon == std::string::npos || AldDescription::parseDecimal(text.substr(0, colon), event.seconds) != 0 ||
-      event.seconds < 0 || text.find_first_not_of(' ', colon + 1) == std::string::npos) {
-    error = "bad --at '" + text + "' (SECONDS:COMMAND, SECONDS 0 or more)";
+      event.seconds < 0 || event.seconds > kMaxSeconds || text.find_first_not_of(' ', colon + 1) == std::string::npos) {
+    error = "bad --at '" + text + "' (SECONDS:COMMAND, SECONDS 0 to 10000000)";
     return -1;
   }
   event.command = text.substr(colon + 1);

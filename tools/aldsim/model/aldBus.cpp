@@ -290,7 +290,7 @@ int AldBus::command(const std::string& line, std::vector<std::string>& lines, do
   if (verb == "noise") {
     unsigned long count = 0;
     if (AldDescription::parseUnsigned(words[1], kMaxNoise, count) != 0 || count == 0) {
-      lines.push_back("bad COUNT '" + words[1] + "' (1 to " + std::to_string(kMaxNoise) + ")");
+      lines.push_back("bad COUNT '" + words[1] + "' for noise (1 to " + std::to_string(kMaxNoise) + ")");
       return -1;
     }
     noise(count, out);

@@ -15,6 +15,8 @@ namespace {
 constexpr size_t kMaxInputLine = 256;
 // Pause after a failing read of the port, so a broken port cannot make the loop spin.
 constexpr unsigned int kPortFailurePauseUs = 100000;
+// An event far ahead is waited for an hour at a time, which poll's int holds.
+constexpr long long kLongestWaitMs = 3600000;
 }  // namespace
 
 SimRunner::SimRunner(SimPort& port, AldBus& bus, bool paced, const std::vector<S_SimEvent>& events)
@@ -36,8 +38,7 @@ int SimRunner::pollTimeout() const {
   if (_pending.empty() && _events.empty()) return -1;
   long long due = _pending.empty() ? _events.begin()->first : _pending.begin()->first;
   if (!_events.empty()) due = std::min(due, _events.begin()->first);
-  long long wait = due - nowMs();
-  return wait < 0 ? 0 : static_cast<int>(wait);
+  return static_cast<int>(std::clamp(due - nowMs(), 0LL, kLongestWaitMs));
 }
 
 void SimRunner::run() {

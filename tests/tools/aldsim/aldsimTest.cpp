@@ -2,6 +2,7 @@
 // and commands, runs in every end-to-end case.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -105,7 +106,7 @@ TEST(AldBusTest, AnswersFrameByFrame) {
 }
 
 // The fault knobs: every reply spoiled, replies from another address with an
-// alarm in the tilt procedures, and an ALD told to be quiet.
+// alarm in the tilt procedures, an ALD told to be quiet, and noise without a flag.
 TEST(AldBusTest, FaultKnobs) {
   SimBus bus({"uid=0x51,badFcs=100", "uid=0x52,wrongAddr=9,alarm=7"});
   EXPECT_EQ(answer(bus, packetTo(0xFF, 0xAF, {0x81, 0xF0, 0x06, 0x01, 0x01, 0x51, 0x02, 0x01, 0x01})),
@@ -118,6 +119,9 @@ TEST(AldBusTest, FaultKnobs) {
   std::vector<std::string> lines;
   bus.model.command("quiet 2", lines);
   EXPECT_EQ(answer(bus, getTilt), "");
+  std::vector<S_SimReply> noise;
+  bus.model.command("noise 4096", lines, 0, &noise);
+  EXPECT_EQ(std::count(noise.at(0).bytes.begin(), noise.at(0).bytes.end(), 0x7E), 0) << "a flag in the noise";
 }
 
 // The schedule of --at: each "SECONDS:COMMAND" read, then all tried in time

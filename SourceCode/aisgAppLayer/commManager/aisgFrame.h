@@ -22,6 +22,8 @@ constexpr uint8_t kDisc = 0x43;
 constexpr uint8_t kXid = 0xAF;
 constexpr uint8_t kRr = 0x01;
 constexpr uint8_t kUa = 0x63;
+// Disconnected mode: an ALD without a link answers polls and I-frames with it.
+constexpr uint8_t kDm = 0x0F;
 
 // XID information: format identifier, group identifier, group length, parameters.
 constexpr uint8_t kFormatId = 0x81;

@@ -47,6 +47,7 @@ int runPart(int argc, char** argv) {
   int second = argc > 4 ? atoi(argv[4]) : 0;
   if (part == "mplane") return bench::runMplaneExchanges(value);
   if (part == "console") return bench::runConsoleExchanges(value);
+  if (part == "netconf") return bench::runNetconfExchanges(value);
   if (part == "scan") return bench::runScan(value);
   if (part == "poll") return bench::runPollCycle(value, second);
   if (part == "idle") return bench::runIdle(argc > 3 ? argv[3] : "", second);
@@ -67,6 +68,8 @@ S_Running startPart(const std::vector<std::string>& words, const std::string& wh
   ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
   self[n > 0 ? n : 0] = '\0';
   std::vector<std::string> argv = {PK_SANDBOX, "--base", PK_RUN_BASE, "--", self, "--part"};
+  // The NETCONF server listens on a loopback network of the part's own.
+  if (words[0] == "netconf") argv.insert(argv.begin() + 1, "--net");
   argv.insert(argv.end(), words.begin(), words.end());
   int out[2];
   if (pipe(out) != 0) return {-1, -1, what};
@@ -119,6 +122,37 @@ bool wanted(const S_Options& options, const std::string& part) {
 
 const char* verdict(bool met) { return met ? "ok" : "**over**"; }
 
+// The NETCONF road beside the queue road, where pknetconf is built.
+void printNetconf(const S_Options& options, Figures& queue) {
+  if (access(bench::binPath("pknetconf").c_str(), X_OK) != 0) return;
+  Figures f = measure({"netconf", std::to_string(options.count)}, "NETCONF exchanges");
+  printf("| NETCONF `ald-communication` from ncclient, through pknetconf and the queues | ");
+  if (f.count("error") || !f.count("median")) {
+    printf("failed: %s | | | | | | | | |\n", f["error"].c_str());
+    return;
+  }
+  if (!queue.count("rigFloor")) {
+    printf("%s | | %s ms | %s ms | | | | | |\n\nThe NETCONF road without the client's own cost (an empty RPC): %s ms at "
+           "the median, %s ms at p99; the queue road, its measure, failed.\n",
+           f["n"].c_str(), f["median"].c_str(), f["p99"].c_str(), f["serverMedian"].c_str(), f["serverP99"].c_str());
+    return;
+  }
+  // The excess columns are the server's: each call less the client's own cost, over the floor.
+  double rigFloor = number(queue, "rigFloor");
+  double meanFloor = number(queue, "meanFloor");
+  printf("%s | %s / %s bytes | %s ms | %s ms | %s ms | %.2f ms | %.2f ms | %s ms / %.2f ms | %s ms |\n",
+         f["n"].c_str(), queue["requestBytes"].c_str(), queue["replyBytes"].c_str(), f["median"].c_str(),
+         f["p99"].c_str(), queue["rigFloor"].c_str(), number(f, "serverMedian") - rigFloor,
+         number(f, "serverP99") - rigFloor, queue["meanFloor"].c_str(), number(f, "serverMedian") - meanFloor,
+         queue["busFloor"].c_str());
+  printf("\nThe NETCONF road: each `ald-communication` is followed by an empty RPC of the same client (a `get` whose "
+         "filter selects nothing), whose round trip is the client's own cost per call: %s ms at the median, %s ms at "
+         "p99. The excess columns take it off each call: without it, a call takes %s ms at the median (%s ms at "
+         "p99), %.2f ms more than the queue road's median: what pknetconf's road to the queues adds.\n",
+         f["emptyMedian"].c_str(), f["emptyP99"].c_str(), f["serverMedian"].c_str(), f["serverP99"].c_str(),
+         number(f, "serverMedian") - number(queue, "median"));
+}
+
 void printExchanges(const S_Options& options) {
   Figures roads[2] = {measure({"mplane", std::to_string(options.count)}, "M-Plane exchanges"),
                       measure({"console", std::to_string(options.count)}, "console exchanges")};
@@ -138,6 +172,7 @@ void printExchanges(const S_Options& options) {
            f["rigFloor"].c_str(), f["excess"].c_str(), verdict(number(f, "excess") <= 2.0), f["excessP99"].c_str(),
            f["meanFloor"].c_str(), f["meanExcess"].c_str(), f["busFloor"].c_str());
   }
+  printNetconf(options, roads[0]);
   Figures& shown = roads[0].count("ready") ? roads[0] : roads[1];
   std::string lastFailure = roads[0].count("failure") ? "; the last M-Plane one: " + roads[0]["failure"] : "";
   printf("\nThe reply is ready for the waiter %s ms after the send: simulator turnaround (%s ms, mean of its log) + "

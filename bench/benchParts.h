@@ -11,6 +11,8 @@ namespace bench {
 
 // M-Plane requests through the command and response queues, service without -c.
 int runMplaneExchanges(int count);
+// ald-communication RPCs from ncclient through pknetconf, service without -c; needs a network of its own.
+int runNetconfExchanges(int count);
 // Console commands on the service's terminal, service with -c.
 int runConsoleExchanges(int count);
 // One scan of a bus of `alds` ALDs with random 19-byte UIDs, driven through the library.

@@ -67,9 +67,9 @@ int main(int argc, char** argv) {
     fprintf(stderr, "aldsim: %s\n", error.c_str());
     return 1;
   }
-  AldBus bus(options.alds, options.seed);
+  AldBus bus(options.alds, options.seed, options.alwaysLinked);
   SimLog::line("ready " + port.name());
-  SimRunner runner(port, bus, options.pace);
+  SimRunner runner(port, bus, options.pace, options.events);
   runner.run();
   return 0;
 }

@@ -12,7 +12,8 @@ constexpr unsigned long kMaxAlds = aisg::kLastAddress;
 
 void SimOptions::printHelp(FILE* out) {
   fputs(
-      "usage: aldsim [--link PATH | --port TTY] [--pace] [--seed N] [--random N] [--file FILE] [ALD ...]\n"
+      "usage: aldsim [--link PATH | --port TTY] [--pace] [--seed N] [--random N] [--file FILE]\n"
+      "              [--always-linked] [--at SECONDS:COMMAND ...] [ALD ...]\n"
       "Simulates a bus of antenna line devices (HDLC secondaries) for the primary station.\n"
       "\n"
       "  --link PATH   create a pty pair and make PATH a symlink to the slave\n"
@@ -22,6 +23,10 @@ void SimOptions::printHelp(FILE* out) {
       "  --seed N      seed of --random and of badFcs (default 1)\n"
       "  --random N    add N ALDs with random 19-byte UIDs (after all others)\n"
       "  --file FILE   ALDs one per line, same syntax as below; lines starting with # are ignored\n"
+      "  --always-linked  ALDs answer polls and I-frames also without a link (by default an\n"
+      "                ALD without a link answers them with DM, as a real one does)\n"
+      "  --at SECONDS:COMMAND  run a command (below) SECONDS after start, e.g. --at '12:power 2 3';\n"
+      "                may repeat; a command the bus would refuse stops the start\n"
       "  -h, --help    this text\n"
       "\n"
       "ALD: comma-separated key=value fields, all optional but uid:\n"
@@ -39,8 +44,23 @@ void SimOptions::printHelp(FILE* out) {
       "  wrongAddr=A           replies carry address A instead of the ALD's own\n"
       "  alarm=CODE            tilt procedures answer with this result code\n"
       "\n"
-      "Commands on standard input: quiet N, wake N, alarm N CODE, list (N counts from 1\n"
-      "in order of definition); list prints '# N ADDRESS|- up|down UIDHEX' per ALD.\n"
+      "Each ALD is an HDLC secondary: it starts with no address and no link; SNRM -> UA\n"
+      "(link up, numbers 0), DISC -> UA (link down); without a link RR and I-frames get DM;\n"
+      "it takes part in the reset, the probes (while it has no address) and the address assignment.\n"
+      "\n"
+      "Commands on standard input or in --at (N counts ALDs from 1 in order of definition,\n"
+      "plugged ones after them); each event prints '# ' and the command:\n"
+      "  power N SECONDS      silent for SECONDS, then back with no address and no link\n"
+      "  drop N               link lost (RR and I-frames get DM), address kept\n"
+      "  unplug N             silent for good\n"
+      "  plug ALD             a new ALD (syntax below), no address, no link\n"
+      "  garble N KIND COUNT  the next COUNT replies of KIND (xid, ua, rr, dm, i, any) carry a wrong FCS\n"
+      "  delay N MS           the next reply goes out MS ms late\n"
+      "  address N A          ALD N on address A (1 to 254), link state kept\n"
+      "  noise COUNT          COUNT random bytes (never a flag) on the bus at once\n"
+      "  quiet N, wake N      silent until woken; alarm N CODE: tilt procedures answer CODE\n"
+      "  list                 '# N ADDRESS|- up|down UIDHEX' per ALD\n"
+      "ALDs on one address answer together, and their replies collide.\n"
       "Output: 'ready SLAVEPATH', then one line per frame,\n"
       "'HH:MM:SS.mmm RX|TX 7E .. 7E' ('TX COLLISION' when several ALDs answered at once),\n"
       "and informational lines starting with '# '.\n",
@@ -82,11 +102,12 @@ int SimOptions::parse(int argc, char** argv, S_SimOptions& options, std::string&
       options.help = true;
       return 0;
     }
-    if (arg == "--pace") {
-      options.pace = true;
+    if (arg == "--pace" || arg == "--always-linked") {
+      (arg == "--pace" ? options.pace : options.alwaysLinked) = true;
       continue;
     }
-    bool takesValue = arg == "--link" || arg == "--port" || arg == "--seed" || arg == "--random" || arg == "--file";
+    bool takesValue = arg == "--link" || arg == "--port" || arg == "--seed" || arg == "--random" || arg == "--file" ||
+                      arg == "--at";
     if (takesValue) {
       if (i + 1 >= argc) {
         error = arg + " needs a value";
@@ -100,6 +121,9 @@ int SimOptions::parse(int argc, char** argv, S_SimOptions& options, std::string&
         options.port = value;
       } else if (arg == "--file") {
         if (readFile(value, options, error) != 0) return -1;
+      } else if (arg == "--at") {
+        options.events.emplace_back();
+        if (SimSchedule::parse(value, options.events.back(), error) != 0) return -1;
       } else if (AldDescription::parseUnsigned(value, arg == "--seed" ? 0xFFFFFFFFul : kMaxAlds, number) != 0) {
         error = "bad number '" + value + "' for " + arg;
         return -1;
@@ -125,5 +149,5 @@ int SimOptions::parse(int argc, char** argv, S_SimOptions& options, std::string&
     error = "more than 254 ALDs";
     return -1;
   }
-  return 0;
+  return SimSchedule::check(options.events, AldBus(options.alds, options.seed, options.alwaysLinked), error);
 }

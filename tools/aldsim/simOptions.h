@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "aldDescription.h"
+#include "simSchedule.h"
 
 // What the command line asks for.
 struct S_SimOptions {
@@ -13,9 +14,11 @@ struct S_SimOptions {
   std::string port;
   bool pace = false;
   bool help = false;
+  bool alwaysLinked = false;
   unsigned int seed = 1;
   unsigned int randomCount = 0;
   std::vector<S_AldConfig> alds;  // in order of definition; random ones last
+  std::vector<S_SimEvent> events;  // in time order
 };
 
 class SimOptions {

@@ -4,6 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -14,10 +15,16 @@ namespace {
 constexpr size_t kMaxInputLine = 256;
 // Pause after a failing read of the port, so a broken port cannot make the loop spin.
 constexpr unsigned int kPortFailurePauseUs = 100000;
+// An event far ahead is waited for an hour at a time, which poll's int holds.
+constexpr long long kLongestWaitMs = 3600000;
 }  // namespace
 
-SimRunner::SimRunner(SimPort& port, AldBus& bus, bool paced)
-    : _port(port), _bus(bus), _paced(paced), _startMs(nowMs()) {}
+SimRunner::SimRunner(SimPort& port, AldBus& bus, bool paced, const std::vector<S_SimEvent>& events)
+    : _port(port), _bus(bus), _paced(paced), _startMs(nowMs()) {
+  for (const S_SimEvent& event : events) {
+    _events.emplace(_startMs + static_cast<long long>(event.seconds * 1000.0), event.command);
+  }
+}
 
 long long SimRunner::nowMs() {
   struct timespec t;
@@ -28,9 +35,10 @@ long long SimRunner::nowMs() {
 double SimRunner::secondsSinceStart() const { return static_cast<double>(nowMs() - _startMs) / 1000.0; }
 
 int SimRunner::pollTimeout() const {
-  if (_pending.empty()) return -1;
-  long long wait = _pending.begin()->first - nowMs();
-  return wait < 0 ? 0 : static_cast<int>(wait);
+  if (_pending.empty() && _events.empty()) return -1;
+  long long due = _pending.empty() ? _events.begin()->first : _pending.begin()->first;
+  if (!_events.empty()) due = std::min(due, _events.begin()->first);
+  return static_cast<int>(std::clamp(due - nowMs(), 0LL, kLongestWaitMs));
 }
 
 void SimRunner::run() {
@@ -39,6 +47,7 @@ void SimRunner::run() {
     int ready = poll(fds, _inputOpen ? 2 : 1, pollTimeout());
     if (ready > 0 && fds[0].revents != 0) readPort();
     if (ready > 0 && _inputOpen && fds[1].revents != 0) readInput();
+    runDueEvents();
     writeDue();
   }
 }
@@ -60,10 +69,28 @@ void SimRunner::readPort() {
     std::vector<S_SimReply> replies;
     int result = _bus.handleFrame(frame.data(), frame.size(), secondsSinceStart(), replies);
     if (result != 0) SimLog::info("frame not decoded (" + std::to_string(result) + "), ignored");
-    long long now = nowMs();
-    for (const S_SimReply& reply : replies) {
-      schedule(now + reply.delayMs, {reply.bytes, reply.collision ? "TX COLLISION" : "TX", reply.splitMs});
-    }
+    send(replies);
+  }
+}
+
+void SimRunner::send(const std::vector<S_SimReply>& replies) {
+  long long now = nowMs();
+  for (const S_SimReply& reply : replies) schedule(now + reply.delayMs, {reply.bytes, reply.logAs, reply.splitMs});
+}
+
+void SimRunner::runCommand(const std::string& line) {
+  std::vector<std::string> lines;
+  std::vector<S_SimReply> noise;
+  _bus.command(line, lines, secondsSinceStart(), &noise);
+  for (const std::string& text : lines) SimLog::info(text);
+  send(noise);
+}
+
+void SimRunner::runDueEvents() {
+  while (!_events.empty() && _events.begin()->first <= nowMs()) {
+    std::string line = _events.begin()->second;
+    _events.erase(_events.begin());
+    runCommand(line);
   }
 }
 
@@ -82,9 +109,7 @@ void SimRunner::readInput() {
       if (c != '\r' && _inputLine.size() < kMaxInputLine) _inputLine += c;
       continue;
     }
-    std::vector<std::string> lines;
-    _bus.command(_inputLine, lines);
-    for (const std::string& line : lines) SimLog::info(line);
+    runCommand(_inputLine);
     _inputLine.clear();
   }
 }

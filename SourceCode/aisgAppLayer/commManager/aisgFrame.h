@@ -22,7 +22,7 @@ constexpr uint8_t kDisc = 0x43;
 constexpr uint8_t kXid = 0xAF;
 constexpr uint8_t kRr = 0x01;
 constexpr uint8_t kUa = 0x63;
-// Disconnected mode: an ALD without a link answers RR and I-frames with it.
+// Disconnected mode: an ALD without a link answers polls and I-frames with it.
 constexpr uint8_t kDm = 0x0F;
 
 // XID information: format identifier, group identifier, group length, parameters.

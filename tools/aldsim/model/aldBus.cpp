@@ -5,6 +5,7 @@
 #include "aisgAppLayer/commManager/xidWriter.h"
 #include "utility/hexText.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -12,6 +13,23 @@
 namespace {
 
 using namespace aisg;
+
+// The commands with their words; a command takes as many words as its usage has.
+const char* const kUsages[] = {"power N SECONDS", "drop N",      "unplug N",    "plug ALD", "garble N KIND COUNT",
+                               "delay N MS",      "address N A", "noise COUNT", "quiet N",  "wake N",
+                               "alarm N CODE",    "list"};
+const struct {
+  const char* name;
+  int control;
+} kReplyKinds[] = {{"xid", kXid}, {"ua", kUa}, {"rr", kRr}, {"dm", kDm}, {"i", kIFrame}, {"any", SimAld::kAnyReply}};
+// The number each of these commands ends with.
+const struct S_ValueRange {
+  const char* verb;
+  unsigned long min;
+  unsigned long max;
+} kValueRanges[] = {{"alarm", 0, 0xFF}, {"address", 1, kLastAddress}, {"delay", 0, 60000}, {"garble", 0, 1000000}};
+// More noise at once than a pty takes would only be dropped.
+constexpr unsigned long kMaxNoise = 4096;
 
 // The parameters of an XID frame of the ALD group that the simulator acts on.
 struct S_XidParams {
@@ -60,11 +78,12 @@ S_XidParams readXid(const S_HdlcPacket& packet) {
 
 // One answer before it is encoded: who sends it and the frame.
 struct S_SimAnswer {
-  const SimAld* ald;
+  SimAld* ald;
   S_HdlcPacket packet;
 };
 
-AldBus::AldBus(const std::vector<S_AldConfig>& configs, unsigned int seed) : _random(seed) {
+AldBus::AldBus(const std::vector<S_AldConfig>& configs, unsigned int seed, bool alwaysLinked)
+    : _random(seed), _alwaysLinked(alwaysLinked) {
   for (const S_AldConfig& config : configs) _alds.emplace_back(config);
 }
 
@@ -78,17 +97,24 @@ int AldBus::handleFrame(const uint8_t* frame, size_t length, double secondsSince
 
   std::vector<S_SimAnswer> answers;
   for (SimAld& ald : _alds) answer(ald, packet, secondsSinceStart, answers);
-  if (answers.size() == 1) {
-    const SimAld& ald = *answers[0].ald;
-    bool corrupt = ald.config().badFcsPercent > 0 && _random() % 100 < ald.config().badFcsPercent;
-    replies.push_back(encodeAnswer(answers[0], corrupt));
-  } else if (answers.size() > 1) {
-    // Several senders at once garble each other on the wire: what arrives fails its FCS.
-    S_SimReply collision = encodeAnswer(answers[0], true);
-    collision.collision = true;
-    collision.splitMs = 0;
-    replies.push_back(collision);
+  if (answers.empty()) return 0;
+  // Several senders at once garble each other on the wire: what arrives fails its FCS.
+  bool corrupt = answers.size() > 1;
+  S_SimReply reply;
+  // Each sender uses up its one-off knobs, also when its reply is lost in a collision.
+  for (const S_SimAnswer& sent : answers) {
+    corrupt = sent.ald->takeGarble(sent.packet.control) || corrupt;
+    reply.delayMs = std::max(reply.delayMs, sent.ald->takeDelay());
   }
+  const S_AldConfig& config = answers[0].ald->config();
+  if (answers.size() == 1) {
+    corrupt = (config.badFcsPercent > 0 && _random() % 100 < config.badFcsPercent) || corrupt;
+    reply.splitMs = config.splitMs;
+  } else {
+    reply.logAs = "TX COLLISION";
+  }
+  reply.bytes = encodeAnswer(answers[0].packet, corrupt);
+  replies.push_back(reply);
   return 0;
 }
 
@@ -117,9 +143,13 @@ void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::ve
 
 void AldBus::answerAddressed(SimAld& ald, const S_HdlcPacket& packet, std::vector<S_SimAnswer>& answers) {
   uint8_t own = ald.address();
-  // I-frames and polls are served whatever the link state: after a new address
-  // assignment the primary goes on without a fresh SNRM and keeps its numbers.
-  if (hdlc::isIFrame(packet.control)) {
+  const bool iFrame = hdlc::isIFrame(packet.control);
+  // A secondary in disconnected mode refuses polls and I-frames until an SNRM.
+  // --always-linked serves them anyway, for a primary that goes on after an
+  // address assignment without a fresh SNRM and keeps its numbers.
+  if ((iFrame || hdlc::isSFrame(packet.control)) && !ald.linkUp() && !_alwaysLinked) {
+    answers.push_back(makeAnswer(ald, own, kDm));
+  } else if (iFrame) {
     if (!ald.acceptIFrame(packet.sendNo)) {
       answers.push_back(makeAnswer(ald, own, kRr));
       return;
@@ -155,7 +185,7 @@ void AldBus::answerAddressed(SimAld& ald, const S_HdlcPacket& packet, std::vecto
   }
 }
 
-S_SimAnswer AldBus::identification(const SimAld& ald, uint8_t address, bool withVendor) {
+S_SimAnswer AldBus::identification(SimAld& ald, uint8_t address, bool withVendor) {
   const S_AldConfig& config = ald.config();
   S_SimAnswer answer = makeAnswer(ald, address, kXid);
   XidWriter xid(answer.packet, kAldGroup);
@@ -165,7 +195,7 @@ S_SimAnswer AldBus::identification(const SimAld& ald, uint8_t address, bool with
   return answer;
 }
 
-S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t control) {
+S_SimAnswer AldBus::makeAnswer(SimAld& ald, uint8_t address, uint8_t control) {
   S_SimAnswer answer;
   answer.ald = &ald;
   S_HdlcPacket& packet = answer.packet;
@@ -178,8 +208,7 @@ S_SimAnswer AldBus::makeAnswer(const SimAld& ald, uint8_t address, uint8_t contr
   return answer;
 }
 
-S_SimReply AldBus::encodeAnswer(S_SimAnswer answer, bool corrupt) {
-  S_HdlcPacket& packet = answer.packet;
+std::vector<uint8_t> AldBus::encodeAnswer(S_HdlcPacket packet, bool corrupt) {
   uint8_t buffer[hdlc::kMaxFrame];
   unsigned int length = 0;
   hdlc::encodeFrame(packet, hdlc::kStructured, buffer, length);
@@ -192,27 +221,50 @@ S_SimReply AldBus::encodeAnswer(S_SimAnswer answer, bool corrupt) {
     buffer[stuffed + 1] = hdlc::kFlag;
     length = stuffed + 2;
   }
-  S_SimReply reply;
-  reply.bytes.assign(buffer, buffer + length);
-  reply.delayMs = answer.ald->config().delayMs;
-  reply.splitMs = answer.ald->config().splitMs;
-  return reply;
+  return std::vector<uint8_t>(buffer, buffer + length);
 }
 
-SimAld* AldBus::aldByNumber(const std::string& word, std::vector<std::string>& lines) {
-  unsigned long number = 0;
-  if (AldDescription::parseUnsigned(word, _alds.size(), number) != 0 || number == 0) {
-    lines.push_back("no ALD '" + word + "' (1 to " + std::to_string(_alds.size()) + ")");
-    return nullptr;
+void AldBus::noise(unsigned long count, std::vector<S_SimReply>* out) {
+  S_SimReply noise;
+  noise.logAs = "TX NOISE";
+  // Without a flag no stretch of it can pass for a frame.
+  for (unsigned long i = 0; i < count; ++i) {
+    unsigned int byte = _random() % 255;
+    noise.bytes.push_back(static_cast<uint8_t>(byte >= hdlc::kFlag ? byte + 1 : byte));
   }
-  return &_alds[number - 1];
+  if (out != nullptr) out->push_back(noise);
 }
 
-void AldBus::command(const std::string& line, std::vector<std::string>& lines) {
-  std::istringstream words(line);
-  std::string verb, number, code;
-  words >> verb >> number >> code;
-  if (verb.empty()) return;
+int AldBus::command(const std::string& line, std::vector<std::string>& lines, double now,
+                    std::vector<S_SimReply>* out) {
+  std::istringstream in(line);
+  std::vector<std::string> words;
+  for (std::string word; in >> word;) words.push_back(word);
+  if (words.empty()) return 0;
+  const char* usage = nullptr;
+  size_t wordCount = 0;
+  for (const char* candidate : kUsages) {
+    std::istringstream usageWords(candidate);
+    std::string first;
+    usageWords >> first;
+    if (first != words[0]) continue;
+    usage = candidate;
+    wordCount = 1;
+    for (std::string word; usageWords >> word;) ++wordCount;
+  }
+  if (usage == nullptr) {
+    std::string all;
+    for (const char* candidate : kUsages) all += std::string(all.empty() ? "" : ", ") + candidate;
+    lines.push_back("unknown command '" + words[0] + "' (" + all + ")");
+    return -1;
+  }
+  if (words.size() != wordCount) {
+    lines.push_back(std::string("usage: ") + usage);
+    return -1;
+  }
+  const std::string& verb = words[0];
+  std::string echo = verb;
+  for (size_t i = 1; i < words.size(); ++i) echo += " " + words[i];
   if (verb == "list") {
     for (size_t i = 0; i < _alds.size(); ++i) {
       const SimAld& ald = _alds[i];
@@ -221,24 +273,87 @@ void AldBus::command(const std::string& line, std::vector<std::string>& lines) {
       const auto& uid = ald.config().uid;
       lines.push_back(text + hexText(uid.data(), uid.size(), ""));
     }
-    return;
+    return 0;
   }
-  if (verb != "quiet" && verb != "wake" && verb != "alarm") {
-    lines.push_back("unknown command '" + verb + "' (quiet N, wake N, alarm N CODE, list)");
-    return;
-  }
-  SimAld* ald = aldByNumber(number, lines);
-  if (ald == nullptr) return;
-  if (verb == "alarm") {
-    unsigned long value = 0;
-    if (AldDescription::parseUnsigned(code, 0xFF, value) != 0) {
-      lines.push_back("bad alarm code '" + code + "' (0 to 255)");
-      return;
+  if (verb == "plug") {
+    S_AldConfig config;
+    std::string error;
+    if (_alds.size() >= kLastAddress) error = "the bus holds 254 ALDs already";
+    if (error.empty() && AldDescription::parse(words[1], config, error) == 0) {
+      _alds.emplace_back(config);
+      lines.push_back(echo);
+      return 0;
     }
-    ald->setAlarm(static_cast<uint8_t>(value));
-    lines.push_back("ald " + number + " alarm " + std::to_string(value));
-    return;
+    lines.push_back(error);
+    return -1;
   }
-  ald->setQuiet(verb == "quiet");
-  lines.push_back("ald " + number + (verb == "quiet" ? " quiet" : " awake"));
+  if (verb == "noise") {
+    unsigned long count = 0;
+    if (AldDescription::parseUnsigned(words[1], kMaxNoise, count) != 0 || count == 0) {
+      lines.push_back("bad COUNT '" + words[1] + "' for noise (1 to " + std::to_string(kMaxNoise) + ")");
+      return -1;
+    }
+    noise(count, out);
+    lines.push_back(echo);
+    return 0;
+  }
+  if (aldCommand(words, now, lines) != 0) return -1;
+  // The older commands keep the lines they always printed.
+  if (verb != "quiet" && verb != "wake" && verb != "alarm") lines.push_back(echo);
+  return 0;
+}
+
+int AldBus::aldCommand(const std::vector<std::string>& words, double now, std::vector<std::string>& lines) {
+  const std::string& verb = words[0];
+  unsigned long number = 0;
+  if (AldDescription::parseUnsigned(words[1], _alds.size(), number) != 0 || number == 0) {
+    lines.push_back("no ALD '" + words[1] + "' (1 to " + std::to_string(_alds.size()) + ")");
+    return -1;
+  }
+  SimAld& ald = _alds[number - 1];
+  // The last word of power is seconds, of the others that have one a number in a range.
+  const std::string& last = words.back();
+  double seconds = 0;
+  unsigned long value = 0;
+  if (verb == "power" && (AldDescription::parseDecimal(last, seconds) != 0 || seconds < 0)) {
+    lines.push_back("bad SECONDS '" + last + "' for power (0 or more)");
+    return -1;
+  }
+  for (const S_ValueRange& range : kValueRanges) {
+    if (verb == range.verb && (AldDescription::parseUnsigned(last, range.max, value) != 0 || value < range.min)) {
+      lines.push_back("bad value '" + last + "' for " + verb + " (" + std::to_string(range.min) + " to " +
+                      std::to_string(range.max) + ")");
+      return -1;
+    }
+  }
+  int kind = SimAld::kAnyReply;
+  if (verb == "garble") {
+    const auto* found = std::find_if(std::begin(kReplyKinds), std::end(kReplyKinds),
+                                     [&](const auto& k) { return words[2] == k.name; });
+    if (found == std::end(kReplyKinds)) {
+      lines.push_back("bad kind '" + words[2] + "' for garble (xid, ua, rr, dm, i, any)");
+      return -1;
+    }
+    kind = found->control;
+  }
+  if (verb == "power") {
+    ald.powerCycle(now + seconds);
+  } else if (verb == "drop") {
+    ald.linkClose();
+  } else if (verb == "unplug") {
+    ald.unplug();
+  } else if (verb == "garble") {
+    ald.garble(kind, static_cast<unsigned int>(value));
+  } else if (verb == "delay") {
+    ald.delayNext(static_cast<unsigned int>(value));
+  } else if (verb == "address") {
+    ald.setAddress(static_cast<uint8_t>(value));
+  } else if (verb == "alarm") {
+    ald.setAlarm(static_cast<uint8_t>(value));
+    lines.push_back("ald " + words[1] + " alarm " + std::to_string(value));
+  } else {
+    ald.setQuiet(verb == "quiet");
+    lines.push_back("ald " + words[1] + (verb == "quiet" ? " quiet" : " awake"));
+  }
+  return 0;
 }

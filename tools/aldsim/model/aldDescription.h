@@ -37,11 +37,12 @@ class AldDescription {
   static int parse(const std::string& text, S_AldConfig& config, std::string& error);
   // Whole-string unsigned number in C notation (decimal, 0x.., 0..) up to `max`.
   static int parseUnsigned(const std::string& text, unsigned long max, unsigned long& value);
+  // Whole-string finite decimal number.
+  static int parseDecimal(const std::string& text, double& value);
 
  private:
   static int parseField(const std::string& key, const std::string& value, S_AldConfig& config);
   static int parseHexBytes(const std::string& hex, std::vector<uint8_t>& bytes);
-  static int parseDecimal(const std::string& text, double& value);
 };
 
 #endif

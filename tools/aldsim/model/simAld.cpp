@@ -12,7 +12,7 @@ constexpr uint8_t kResultUnknownProcedure = 0x0B;
 SimAld::SimAld(const S_AldConfig& config) : _config(config), _tilts(config.subUnits, config.tilt) {}
 
 bool SimAld::takeFrame(double secondsSinceStart) {
-  if (_quiet) return false;
+  if (_quiet || _unplugged || secondsSinceStart < _offUntil) return false;
   for (const S_SilentWindow& window : _config.silentAt) {
     if (secondsSinceStart >= window.from && secondsSinceStart < window.to) return false;
   }
@@ -38,6 +38,29 @@ bool SimAld::matchesProbe(const uint8_t* uid, size_t uidLength, const uint8_t* m
 void SimAld::forget() {
   _address = 0;
   _linkUp = false;
+}
+
+void SimAld::powerCycle(double until) {
+  // Nothing is heard from it until then, so it may lose its state at once.
+  forget();
+  _offUntil = until;
+}
+
+void SimAld::garble(int control, unsigned int count) {
+  _garbleKind = control;
+  _garbleCount = count;
+}
+
+bool SimAld::takeGarble(uint8_t control) {
+  if (_garbleCount == 0 || (_garbleKind != kAnyReply && _garbleKind != control)) return false;
+  --_garbleCount;
+  return true;
+}
+
+unsigned int SimAld::takeDelay() {
+  unsigned int ms = _config.delayMs + _delayOnceMs;
+  _delayOnceMs = 0;
+  return ms;
 }
 
 void SimAld::linkOpen() {

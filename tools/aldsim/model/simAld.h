@@ -19,7 +19,8 @@ class SimAld {
   uint8_t receiveNo() const { return _vr; }
 
   // Counts a frame meant for this ALD; false when the ALD keeps silent about it
-  // (quiet, inside a silentAt window, or past silentFrom) and must ignore it.
+  // (quiet, unplugged, powered off, inside a silentAt window, or past silentFrom)
+  // and must ignore it.
   bool takeFrame(double secondsSinceStart);
   bool isQuiet() const { return _quiet; }
   void setQuiet(bool quiet) { _quiet = quiet; }
@@ -30,6 +31,17 @@ class SimAld {
   bool matchesProbe(const uint8_t* uid, size_t uidLength, const uint8_t* mask, size_t maskLength) const;
 
   void forget();
+  // Off until `until` (seconds since start), then back with no address and no link.
+  void powerCycle(double until);
+  void unplug() { _unplugged = true; }
+  // The next `count` replies of kind `control` (a value of aisgFrame.h, or kAnyReply) carry a wrong FCS.
+  static constexpr int kAnyReply = -1;
+  void garble(int control, unsigned int count);
+  // True when the reply of kind `control` about to go out is one of them.
+  bool takeGarble(uint8_t control);
+  void delayNext(unsigned int ms) { _delayOnceMs = ms; }
+  // The milliseconds the next reply is late: the ALD's own delay and a one-off delay, which is used up.
+  unsigned int takeDelay();
   void setAddress(uint8_t address) { _address = address; }
   // SNRM: the link comes up with both sequence numbers at 0.
   void linkOpen();
@@ -54,6 +66,11 @@ class SimAld {
   uint8_t _vr = 0;
   bool _quiet = false;
   unsigned int _frameCount = 0;
+  bool _unplugged = false;
+  double _offUntil = 0;
+  int _garbleKind = kAnyReply;
+  unsigned int _garbleCount = 0;
+  unsigned int _delayOnceMs = 0;
 };
 
 #endif

@@ -279,7 +279,7 @@ int AisgAppManager::aldsPoll() {
       if (polled == E_EXCHANGE_DISCONNECTED_MODE) {
         // The ALD is there but has lost its link (reset, or power-cycled and given its
         // address again): it answers nothing but DM until it gets an SNRM.
-        TRACE(2, "dev[%d] answered the poll with DM, link set up again\n", ald->address);
+        TRACE(2, "dev[%d] answered the poll with DM, SNRM follows\n", ald->address);
         polled = layer2->openLink(*ald);
       }
       if (polled == 0) {

@@ -6,12 +6,8 @@
 
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "e2eHarness.h"
@@ -29,10 +25,10 @@ constexpr double kPollMeanMs = 5.0;
 constexpr double kLayer2TimeoutMs = 1000.0;
 
 // The port the simulator links and the service opens, inside the sandbox.
-constexpr const char* kBusLink = "/tmp/ttyALD";
+constexpr const char* kBusLink = e2e::kPort;
 
-double nowMs();
-void sleepMs(double milliseconds);
+using e2e::nowMs;
+using e2e::sleepMs;
 using e2e::binPath;
 using e2e::readFile;
 // Writes the service's configuration file (the sandbox's own).
@@ -46,41 +42,10 @@ std::string fixed(double value, int decimals);
 double percentile(std::vector<double> values, double share);
 double mean(const std::vector<double>& values);
 
-// A child process on a pty (so that its output is line-buffered as at a
-// console), whose output a thread of its own gathers as it comes: the bus must
-// never stall because the bench is busy waiting on something else.
-class Child {
- public:
-  Child() = default;
-  ~Child();
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  bool start(const std::vector<std::string>& argv);
-  void send(const std::string& text);
-  // Waits until `text` stands in the output at or after `from`; its offset, or
-  // npos after timeoutMs.
-  size_t waitFor(const std::string& text, size_t from, int timeoutMs);
-  // When the byte at `offset` of the output arrived (steady clock, ms).
-  double arrivalOf(size_t offset);
-  size_t mark();
-  std::string output();
-  pid_t pid() const { return _pid; }
-  // Kills the child (nothing of it needs an orderly end) and waits for it.
-  void stop();
-
- private:
-  void gather();
-
-  pid_t _pid = -1;
-  int _master = -1;
-  std::thread _reader;
-  std::mutex _lock;
-  std::condition_variable _grown;
-  std::string _output;
-  // End offset of each read and when it came.
-  std::vector<std::pair<size_t, double>> _reads;
-};
+// The test harness's child process on a pty, whose output its own thread gathers
+// as it comes: the bus must never stall because the bench is busy waiting on
+// something else. The measurements ask it to note when each piece arrived.
+using e2e::Child;
 
 // Starts the simulator on kBusLink, paced at 9600 baud, with these extra words.
 bool startSimulator(Child& sim, const std::vector<std::string>& words);

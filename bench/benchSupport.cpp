@@ -75,7 +75,8 @@ std::vector<S_BusFrame> busFrames(const std::string& log) {
       frame.fromPrimary = rx != std::string::npos;
       frame.offset = start;
       std::istringstream bytes(line.substr(line.find("7E")));
-      for (std::string word; bytes >> word;) frame.bytes.push_back(static_cast<uint8_t>(strtoul(word.c_str(), nullptr, 16)));
+      for (std::string word; bytes >> word;)
+        frame.bytes.push_back(static_cast<uint8_t>(strtoul(word.c_str(), nullptr, 16)));
       frames.push_back(frame);
     }
     start = end + 1;

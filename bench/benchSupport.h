@@ -27,10 +27,10 @@ constexpr double kLayer2TimeoutMs = 1000.0;
 // The port the simulator links and the service opens, inside the sandbox.
 constexpr const char* kBusLink = e2e::kPort;
 
-using e2e::nowMs;
-using e2e::sleepMs;
 using e2e::binPath;
+using e2e::nowMs;
 using e2e::readFile;
+using e2e::sleepMs;
 // Writes the service's configuration file (the sandbox's own).
 using e2e::writeConfig;
 
@@ -54,10 +54,10 @@ bool startService(Child& service, const std::string& port, const std::vector<std
 
 // One frame of the simulator's log.
 struct S_BusFrame {
-  double stampMs;         // the simulator's clock, ms since midnight
-  bool fromPrimary;       // RX: sent by the service; TX: the simulator's reply
+  double stampMs;              // the simulator's clock, ms since midnight
+  bool fromPrimary;            // RX: sent by the service; TX: the simulator's reply
   std::vector<uint8_t> bytes;  // as on the wire, flags included
-  size_t offset;          // where the line starts in the log
+  size_t offset;               // where the line starts in the log
 };
 std::vector<S_BusFrame> busFrames(const std::string& log);
 
@@ -67,7 +67,7 @@ bool isPollTo(const S_BusFrame& frame, uint8_t address);
 // One exchange seen in the simulator's log: a frame from the primary and the reply behind it.
 struct S_LoggedExchange {
   size_t requestBytes;
-  size_t replyBytes;  // 0: no reply
+  size_t replyBytes;    // 0: no reply
   double turnaroundMs;  // reply stamp minus request stamp (1 ms resolution each)
 };
 std::vector<S_LoggedExchange> loggedExchanges(const std::vector<S_BusFrame>& frames);

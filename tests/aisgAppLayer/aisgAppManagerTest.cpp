@@ -52,7 +52,7 @@ TEST_F(RunMachineTest, WithoutTheConsoleTheServiceIdlesCountsOnceASecondAndKeeps
   void* old = shmat(shmget(kStatusKey, sizeof(S_StatusShareMem), IPC_CREAT | 0666), nullptr, 0);
   *static_cast<S_StatusShareMem*>(old) = S_StatusShareMem{7, 1000, 1, 1, 0xDEADBEEF};
   start({"uid=0x41"}, {"-l", "3"});
-  play({"says Timer::startTimer\n"});  // the first cycle comes a second later
+  play("says Timer::startTimer\n");  // the first cycle comes a second later
   S_StatusShareMem first = block();
   EXPECT_EQ(std::vector<uint32_t>({first.runStep, first.tickCount, first.rxAlarm, first.txAlarm, first.spare}),
             std::vector<uint32_t>({1, 0, 0, 0, 0xDEADBEEF}));
@@ -64,7 +64,7 @@ TEST_F(RunMachineTest, WithoutTheConsoleTheServiceIdlesCountsOnceASecondAndKeeps
   int queue = msgget(0x600001, 0);
   unsigned char message[kRecordTypeSize + 1] = {1, 0, 0, 0, 0};
   for (int i = 0; i < 100; ++i) ASSERT_EQ(recordSend(queue, message, 1, 0), 0);
-  play({"says messages currently on queue >= 100!"});
+  play("says messages currently on queue >= 100!");
   uint32_t held = ticks();
   e2e::sleepMs(1500);
   EXPECT_EQ(ticks(), held);
@@ -82,9 +82,10 @@ TEST_F(RunMachineTest, WithoutTheConsoleTheServiceIdlesCountsOnceASecondAndKeeps
 
 TEST_F(RunMachineTest, WithAldsTheStepsGoScanBaseInfoPollAndThePollsTakeTurns) {
   start({"uid=0x41", "uid=0x42"}, {"-c", "-l", "3"});
-  play({"says device scan success, then go to get base info.", "says get base info start.",
-        "sent reset probe other other assign other other other snrm1 snrm2 poll1 poll2 poll1 poll2 poll1 poll2",
-        "run pkstatus", "reply run step     : 3 (alds poll)"});
+  play(
+      "says device scan success, then go to get base info. | says get base info start. | "
+      "sent reset probe other other assign other other other snrm1 snrm2 poll1 poll2 poll1 poll2 poll1 poll2 | "
+      "run pkstatus | reply run step     : 3 (alds poll)");
 }
 
 TEST_F(RunMachineTest, WithoutItsStatusBlockTheServiceRunsOn) {
@@ -92,8 +93,9 @@ TEST_F(RunMachineTest, WithoutItsStatusBlockTheServiceRunsOn) {
   ASSERT_GE(shmget(kStatusKey, 8, IPC_CREAT | 0666), 0);  // too small for the status
   start({}, {});
   // Every cycle still runs its two alarm checks, which find no block.
-  play({"says status block 0x400009 not available", "says _pShareMem is NULL.", "says _pShareMem is NULL.",
-        "says _pShareMem is NULL.", "says _pShareMem is NULL."});
+  play(
+      "says status block 0x400009 not available | says _pShareMem is NULL. | says _pShareMem is NULL. | "
+      "says _pShareMem is NULL. | says _pShareMem is NULL.");
   EXPECT_TRUE(service.running());
 }
 

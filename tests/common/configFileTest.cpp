@@ -24,13 +24,15 @@ TEST(ConfigFileTest, DefaultsStandWithoutAFileAndInTheCommentedSample) {
 
 TEST(ConfigFileTest, KeysInAnyCaseNumbersInEveryBaseAndLinesThatYieldNoKeyAndValueIgnored) {
   const std::string keep = " /mnt/curflash/currsw/app/pylonkeeper ";
-  const struct { std::string text, values; } cases[] = {
+  const struct {
+    std::string text, values;
+  } cases[] = {
       {"portname /dev/ttyS7\nVERSION   v2.1 trailing words\nCommandMsgKey 4194310\nResponseMsgKey 0x500005\n"
        "ShareMemKey 020000004\nProjectPath /opt/pk",  // a leading 0 is octal; the last line needs no line feed
        "v2.1 /dev/ttyS7 /opt/pk 0x400006 0x500005 0x400004"},
-      {"Version\t7\n"             // a tab does not end the key
-       " PortName /dev/ttyX\n"    // a blank before the key voids the line
-       "PortName\n"               // no value
+      {"Version\t7\n"           // a tab does not end the key
+       " PortName /dev/ttyX\n"  // a blank before the key voids the line
+       "PortName\n"             // no value
        "Unknown 5\n"
        "ShareMemKey 0x99999999\n"  // out of range: the earlier value stays
        "CommandMsgKey text\n"      // no number: 0
@@ -41,7 +43,8 @@ TEST(ConfigFileTest, KeysInAnyCaseNumbersInEveryBaseAndLinesThatYieldNoKeyAndVal
            " x\nPortName /dev/last\n",
        "two /dev/last" + keep + "0x400004 0x400005 0x400009"},
       // A line of 254 characters is read whole; its value is kept to the value buffer.
-      {"PortName " + std::string(245, 'p') + "\n", "defalut " + std::string(119, 'p') + keep + "0x400004 0x400005 0x400009"},
+      {"PortName " + std::string(245, 'p') + "\n",
+       "defalut " + std::string(119, 'p') + keep + "0x400004 0x400005 0x400009"},
   };
   for (const auto& c : cases) {
     std::ofstream("/tmp/config.txt", std::ios::binary | std::ios::trunc) << c.text;

@@ -17,8 +17,11 @@ TEST(ServiceEntryTest, HelpAndIllegalOptionsEndTheServiceWithoutAReport) {
       "help list:\n-h : show help.\n-c : enable commandline mode.\n"
       "-l [1]: setting log level,0-off 1-error , 2-warn , 3-info , 4-debug , 5-verbose.\n";
   // Options are read in turn, and the first -h or illegal one ends the service.
-  const struct { Words options; int exit; } cases[] = {
-      {{"-h"}, 0}, {{"-c", "-h"}, 0}, {{"-l", "5", "-h", "-x"}, 0}, {{"-x", "-h"}, 1}, {{"-c", "-l"}, 1}, {{"-z"}, 1}};
+  const struct {
+    Words options;
+    int exit;
+  } cases[] = {{{"-h"}, 0},       {{"-c", "-h"}, 0}, {{"-l", "5", "-h", "-x"}, 0},
+               {{"-x", "-h"}, 1}, {{"-c", "-l"}, 1}, {{"-z"}, 1}};
   for (const auto& c : cases) {
     Words argv = {e2e::binPath("pylonkeeper")};
     argv.insert(argv.end(), c.options.begin(), c.options.end());
@@ -46,9 +49,10 @@ std::string startedOutput(const Words& options) {
 TEST(ServiceEntryTest, VersionReportGoesToStdoutAndToSixRecordsOf255BytesAroundTheConfigurationTrace) {
   e2e::writeConfig("Version cfg-7\nportname /dev/ttyS9\nCommandMsgKey 0x400010\nShareMemKey 020000011\n");
   std::string out = e2e::stripColours(startedOutput({}));
-  const std::string head = "/*******************pylonkeeper version*******************/\n"
-                           "\t  Release Version : pylonkeeper_V1003\n\t  Release Date    : 20220804\n"
-                           "\t  Creat Time      : " __DATE__;
+  const std::string head =
+      "/*******************pylonkeeper version*******************/\n"
+      "\t  Release Version : pylonkeeper_V1003\n\t  Release Date    : 20220804\n"
+      "\t  Creat Time      : " __DATE__;
   ASSERT_NE(out.find(head), npos) << out;
   std::string file = e2e::readFile("/tmp/aisgVersion");
   ASSERT_EQ(file.size(), 1530u);

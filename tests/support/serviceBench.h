@@ -23,18 +23,17 @@ inline int occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-// One scene: the simulator's ALDs, the service's options, the steps (see play) and, when
-// the service is to open another port than the simulator's, its configuration file.
-struct S_Scene {
-  S_Scene(std::string n, std::vector<std::string> a, std::vector<std::string> o, std::vector<std::string> s,
-          std::string c = "")
-      : name(std::move(n)), alds(std::move(a)), options(std::move(o)), steps(std::move(s)), config(std::move(c)) {}
-  std::string name;
-  std::vector<std::string> alds, options, steps;
-  std::string config;
-};
+// Words of a text, split at blanks.
+inline std::vector<std::string> wordsOf(const std::string& text) {
+  std::istringstream split(text);
+  return std::vector<std::string>(std::istream_iterator<std::string>(split), {});
+}
 
-inline void PrintTo(const S_Scene& scene, std::ostream* out) { *out << scene.name; }
+// One scene: the simulator's ALDs and the service's options (words of a text each), the service's
+// configuration file when it is to open another port than the simulator's, and the script (see play).
+struct S_Scene {
+  std::string name, alds, options, config, script;
+};
 
 class ServiceBench : public testing::Test {
  protected:
@@ -59,12 +58,11 @@ class ServiceBench : public testing::Test {
     argv.insert(argv.end(), options.begin(), options.end());
     ASSERT_TRUE(startService(service, argv)) << service.output();
   }
-  void start(const S_Scene& scene) { start(scene.alds, scene.options, scene.config); }
+  void start(const S_Scene& scene) { start(wordsOf(scene.alds), wordsOf(scene.options), scene.config); }
 
   // Runs a tool of the build (mplanectl, pkstatus) with these words to its end; its exit status, or -1.
   int run(const std::string& words, std::string* out = nullptr) {
-    std::istringstream split(words);
-    std::vector<std::string> argv(std::istream_iterator<std::string>(split), {});
+    std::vector<std::string> argv = wordsOf(words);
     argv[0] = binPath(argv[0]);
     return runToEnd(argv, out);
   }
@@ -76,19 +74,22 @@ class ServiceBench : public testing::Test {
            1000.0 / ms;
   }
 
-  // Plays the steps of a scene in turn. Each is a verb and its text:
+  // Plays a script: steps separated by " | ", each a verb and its text, in turn:
   //   type LINE      a line on the service's console      sim COMMAND  a command to the simulator (quiet 1, wake 1)
   //   eof            the end of the console's input       run TOOL ..  a tool to its end; its output is the reply
   //   says TEXT      the service's output shows TEXT after what the last `says` found, or the last line typed
   //   bus TEXT       the simulator's log shows TEXT after what the last `bus` or `sent` found, or the last command
   //   sent KINDS     the next frames that the service sends are of these kinds (see kindOf)
   //   reply TEXT     the last tool's output holds TEXT    idle         under 10 % of one core over 2 s
-  void play(const std::vector<std::string>& steps) {
+  void play(const std::string& script) {
     size_t said = 0, logged = 0;
     std::string reply;
-    for (const std::string& step : steps) {
+    for (size_t at = 0, end = 0; end < script.size(); at = end + 3) {
+      end = std::min(script.find(" | ", at), script.size());
+      const std::string step = script.substr(at, end - at);
       SCOPED_TRACE(step.substr(0, 200));
-      const std::string verb = step.substr(0, step.find(' ')), text = step.substr(std::min(step.size(), verb.size() + 1));
+      const std::string verb = step.substr(0, step.find(' ')),
+                        text = step.substr(std::min(step.size(), verb.size() + 1));
       if (verb == "type" || verb == "eof") {
         said = service.mark();
         verb == "eof" ? service.sendEof() : service.send(text + "\n");
@@ -124,9 +125,13 @@ class ServiceBench : public testing::Test {
   // The kind of a frame that the service sent, by its bytes behind the flag as the simulator logs them.
   static std::string kindOf(const std::string& bytes) {
     static const std::pair<const char*, const char*> kinds[] = {
-        {"FF BF 81 F0 02 07 00", "reset"}, {"FF BF 81 F0 04 01 00 03 00", "probe"},
+        {"FF BF 81 F0 02 07 00", "reset"},
+        {"FF BF 81 F0 04 01 00 03 00", "probe"},
         {"FF BF 81 F0 06 01 01 41 02 01 01", "assign"},  // the ALD of UID 0x41 to address 1
-        {"01 11", "poll1"}, {"02 11", "poll2"}, {"01 93", "snrm1"}, {"02 93", "snrm2"}};
+        {"01 11", "poll1"},
+        {"02 11", "poll2"},
+        {"01 93", "snrm1"},
+        {"02 93", "snrm2"}};
     for (const auto& kind : kinds) {
       if (bytes.rfind(kind.first, 0) == 0) return kind.second;
     }

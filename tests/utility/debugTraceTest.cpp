@@ -16,9 +16,10 @@ class DebugTraceTest : public testing::Test {
 TEST_F(DebugTraceTest, LineHasColourTimePlaceAndResetBehindTheMessage) {
   int line = __LINE__ + 1;
   std::string out = captured([] { TRACE(3, "commandLineThread start\n"); });
-  EXPECT_TRUE(std::regex_match(out, std::regex("\033\\[40;32m\\[AISG\\]\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\]INF:"
-                                               "\\[debugTraceTest,L" + std::to_string(line) +
-                                               "\\]commandLineThread start\n\033\\[0m")))
+  EXPECT_TRUE(
+      std::regex_match(out, std::regex("\033\\[40;32m\\[AISG\\]\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\]INF:"
+                                       "\\[debugTraceTest,L" +
+                                       std::to_string(line) + "\\]commandLineThread start\n\033\\[0m")))
       << out;
   // A long message is cut at 1023 characters, and the colour still reset.
   out = captured([] { TRACE(1, "%s", std::string(3000, 'x').c_str()); });
@@ -31,9 +32,17 @@ TEST_F(DebugTraceTest, LevelsAndColoursFollowTheThreshold) {
     std::string out = captured([level] { TRACE(level, "m\n"); });
     return out.empty() ? std::string("-") : out.substr(0, out.find("[AISG]")) + out.substr(out.find("]", 20) + 1, 4);
   };
-  const struct { int threshold, level; std::string shown; } cases[] = {
-      {3, 1, "\033[40;31mERR:"}, {3, 2, "\033[40;33mWRN:"}, {3, 3, "\033[40;32mINF:"}, {3, 4, "-"},
-      {0, 1, "-"}, {-2, 1, "-"}, {9, 4, "\033[40;37mDBG:"}, {9, 5, "\033[40;37mVBS:"}};
+  const struct {
+    int threshold, level;
+    std::string shown;
+  } cases[] = {{3, 1, "\033[40;31mERR:"},
+               {3, 2, "\033[40;33mWRN:"},
+               {3, 3, "\033[40;32mINF:"},
+               {3, 4, "-"},
+               {0, 1, "-"},
+               {-2, 1, "-"},
+               {9, 4, "\033[40;37mDBG:"},
+               {9, 5, "\033[40;37mVBS:"}};
   for (const auto& c : cases) EXPECT_EQ(tracedAt(c.threshold, c.level), c.shown) << c.threshold << " " << c.level;
 }
 

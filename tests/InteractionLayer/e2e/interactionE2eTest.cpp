@@ -34,24 +34,30 @@ class InteractionE2eTest : public e2e::ServiceBench {
 
 TEST_F(InteractionE2eTest, ConsoleSessionToTheEndOfItsInput) {
   start({"uid=NX0001,subs=2,tilt=3.5"}, {"-c"});
-  play({"says => ", "type mret_v3 getTilt 1 1", "says command not support!\n=> ", "type mret_v2 getTilt 1",
-        "says the command is incomplete!\n=> ",
-        // Blank lines and a line too long for the console bring the prompt again, and nothing else.
-        "type \n   \n" + std::string(600, 'x'), "says => => => ",
-        "bus TX 7E 01 11",  // polled: the ALD is RUNNING
-        "type aisg getDevNums", "says ALD nums = 1 \naddr:1 , type=0x01, AISGv2 , uid:NX0001\n=> ",
-        "type mret_v2 getSubNums 1", "says command msg send\n=> ",
-        "says mret_v2 Command response analyse:\nald[1] :\nsubUint nums = 2\n\n=> ", "type mret_v2 getTilt 1 1",
-        "says ald[1] subNo[1]:\ntilt = 3.500000\n\n=> ", "type mret_v2 setTilt 1 1 5.5",
-        "says ald[1] subNo[1]:\nset tilt success\n",
-        // Binary garbage and lines of 10 000 characters leave the console serving.
-        "type " + garbage(4000, 7) + "\n" + std::string(10000, 'x') + "\nmret_v2 " + std::string(10000, '1') + "\n" +
-            garbage(10000, 11),
-        "type mret_v2 getTilt 1 1", "says tilt = 5.500000\n", "sim alarm 1 7", "bus ald 1 alarm 7",
-        "type mret_v2 getTilt 1 1", "says ald[1] subNo[1]:\nalarm = 7\n", "sim quiet 1", "bus ald 1 quiet",
-        "type mret_v2 getTilt 1 1", "says command msg send\n=> ", "says ErrorInfo: ALD reply time out.\n=> ",
-        // At the end of its input the console parks without spinning; the M-Plane side serves on.
-        "eof", "idle", "run mplanectl --size 150 01 93", "reply errorInfo: " + kTooShort});
+  play(
+      "says => | type mret_v3 getTilt 1 1 | says command not support!\n=>  | type mret_v2 getTilt 1 | "
+      "says the command is incomplete!\n=>  | "
+      // Blank lines and a line too long for the console bring the prompt again, and nothing else.
+      "type \n   \n" +
+      std::string(600, 'x') +
+      " | says => => =>  | "
+      "bus TX 7E 01 11 | "  // polled: the ALD is RUNNING
+      "type aisg getDevNums | says ALD nums = 1 \naddr:1 , type=0x01, AISGv2 , uid:NX0001\n=>  | "
+      "type mret_v2 getSubNums 1 | says command msg send\n=>  | "
+      "says mret_v2 Command response analyse:\nald[1] :\nsubUint nums = 2\n\n=>  | type mret_v2 getTilt 1 1 | "
+      "says ald[1] subNo[1]:\ntilt = 3.500000\n\n=>  | type mret_v2 setTilt 1 1 5.5 | "
+      "says ald[1] subNo[1]:\nset tilt success\n | "
+      // Binary garbage and lines of 10 000 characters leave the console serving.
+      "type " +
+      garbage(4000, 7) + "\n" + std::string(10000, 'x') + "\nmret_v2 " + std::string(10000, '1') + "\n" +
+      garbage(10000, 11) +
+      " | type mret_v2 getTilt 1 1 | says tilt = 5.500000\n | sim alarm 1 7 | "
+      "bus ald 1 alarm 7 | type mret_v2 getTilt 1 1 | says ald[1] subNo[1]:\nalarm = 7\n | sim quiet 1 | "
+      "bus ald 1 quiet | type mret_v2 getTilt 1 1 | says command msg send\n=>  | "
+      "says ErrorInfo: ALD reply time out.\n=>  | "
+      // At the end of its input the console parks without spinning; the M-Plane side serves on.
+      "eof | idle | run mplanectl --size 150 01 93 | reply errorInfo: " +
+      kTooShort);
 }
 
 TEST_F(InteractionE2eTest, MPlaneRecordsOfEveryShapeEachGetOneReply) {
@@ -61,7 +67,7 @@ TEST_F(InteractionE2eTest, MPlaneRecordsOfEveryShapeEachGetOneReply) {
   ASSERT_EQ(itest::receive(_response, &_reply, 5000), 296);
   EXPECT_EQ(itest::summary(_reply) + " " + std::to_string(_reply.reserved), "1 0 " + kTooShort + " 17");
   // mplanectl gives the ALD of UID "AB" address 1: SNRM frames to it are answered from now on.
-  play({"run mplanectl FF BF 81F0070102414202 0101", "reply address: 01\ncontrol: BF\ninfo: 81 F0"});
+  play("run mplanectl FF BF 81F0070102414202 0101 | reply address: 01\ncontrol: BF\ninfo: 81 F0");
   // A text too long for any record is dropped with a trace. Any type word is served as M-Plane, and the
   // reply's is 1; the reply's size follows the request's, and its errorInfo stays as the request had it.
   ASSERT_EQ(send(1, 0xEE, 1700), 0);
@@ -70,7 +76,7 @@ TEST_F(InteractionE2eTest, MPlaneRecordsOfEveryShapeEachGetOneReply) {
     ASSERT_EQ(itest::receive(_response, &_reply, 5000), type == 2 ? 1646 : 298) << type;
     EXPECT_EQ(itest::summary(_reply) + " " + std::to_string(_reply.reserved), "1 1 " + std::string(128, 'e') + " 34");
   }
-  play({"says dropped a message longer than 1646 bytes"});
+  play("says dropped a message longer than 1646 bytes");
   // Nobody has address 2: the request waits its second for the reply.
   double sent = e2e::nowMs();
   ASSERT_EQ(send(1, 0x33, 151, {0x02, 0x93}), 0);
@@ -85,17 +91,19 @@ TEST_F(InteractionE2eTest, MPlaneRecordsOfEveryShapeEachGetOneReply) {
   // little-endian, then its text (150 bytes: too short).
   S_InteractionMsg raw = itest::request(0x01020304, 0x33, {0x01, 0x93});
   std::ofstream("/tmp/request.bin", std::ios::binary).write(reinterpret_cast<const char*>(&raw), 4 + 150);
-  play({"run mplanectl --reserved 0x5A 01 93",
-        "reply reserved: 90\nreply size: 298\ndataLength: 2\naddress: 01\ncontrol: 73\ninfo:\n",
-        "run mplanectl 01 10 880000", "reply address: 01\ncontrol: 30\ninfo: 88 02 00 00 02\n",
-        "reply crcErrorCount: 0\nwithoutStopFlagCount: 0\n", "run mplanectl --raw /tmp/request.bin",
-        "reply errorInfo: " + kTooShort + "\n", "reply reserved: 51\nreply size: 296\n"});
+  play(
+      "run mplanectl --reserved 0x5A 01 93 | "
+      "reply reserved: 90\nreply size: 298\ndataLength: 2\naddress: 01\ncontrol: 73\ninfo:\n | "
+      "run mplanectl 01 10 880000 | reply address: 01\ncontrol: 30\ninfo: 88 02 00 00 02\n | "
+      "reply crcErrorCount: 0\nwithoutStopFlagCount: 0\n | run mplanectl --raw /tmp/request.bin | "
+      "reply errorInfo: " +
+      kTooShort + "\n | reply reserved: 51\nreply size: 296\n");
   // A peer removes both queues and makes them anew: the relay does not spin meanwhile, and serves the new ones.
   ASSERT_EQ(msgctl(_command, IPC_RMID, nullptr), 0);
   ASSERT_EQ(msgctl(_response, IPC_RMID, nullptr), 0);
-  play({"idle"});
+  play("idle");
   _command = itest::commandQueue(), _response = itest::responseQueue();
-  play({"run mplanectl 01 93", "reply control: 73"});
+  play("run mplanectl 01 93 | reply control: 73");
 }
 
 // 300 requests at once: the command queue takes what it can, the relay hands on what the service's

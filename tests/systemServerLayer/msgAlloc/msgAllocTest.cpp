@@ -48,7 +48,11 @@ TEST(MsgAllocTest, KeysCountUpFrom0x600000AndEachQueueStartsEmpty) {
 // The guarded send refuses a queue that holds 100 messages or 13000 bytes of text (the bytes
 // are tested first), or that is gone, and says so with the queue's id.
 TEST(MsgCheckAndSndTest, LimitsAreTestedBeforeTheSend) {
-  const struct { int messages; size_t bytes; const char* refusal; } cases[] = {
+  const struct {
+    int messages;
+    size_t bytes;
+    const char* refusal;
+  } cases[] = {
       {99, 0, ""},
       {100, 0, "__msqid 0x%x the number[100] of messages currently on queue >= 100!\n"},
       {13, 12999, ""},
@@ -65,7 +69,9 @@ TEST(MsgCheckAndSndTest, LimitsAreTestedBeforeTheSend) {
     S_Record record{1, {}};
     // The bytes spread over the messages, the last taking what is left.
     for (int i = 0; i < c.messages; ++i) {
-      ASSERT_EQ(recordSend(id, &record, i + 1 < c.messages ? c.bytes / c.messages : c.bytes - i * (c.bytes / c.messages), 0), 0);
+      ASSERT_EQ(
+          recordSend(id, &record, i + 1 < c.messages ? c.bytes / c.messages : c.bytes - i * (c.bytes / c.messages), 0),
+          0);
     }
     if (c.messages < 0) msgctl(id, IPC_RMID, nullptr);
     int result = 1;

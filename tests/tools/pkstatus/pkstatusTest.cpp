@@ -66,7 +66,11 @@ TEST(PkstatusTest, ExitStatusTellsNotAliveNoBlockOrWrongUsage) {
   statusBlock({3, 41, 0, 1, 0}, 0x5a5a01);
   std::string out;
   EXPECT_EQ(pkstatus({"--alive", "1"}, &out), 2) << out;
-  EXPECT_NE(out.find("run step     : 3 (alds poll)\nlife counter : 41\nrxAlarm      : 0\ntxAlarm      : 1\nalive        : no"), npos) << out;
+  EXPECT_NE(
+      out.find(
+          "run step     : 3 (alds poll)\nlife counter : 41\nrxAlarm      : 0\ntxAlarm      : 1\nalive        : no"),
+      npos)
+      << out;
   for (const char* wrong : {"--alive", "--verbose"}) EXPECT_EQ(pkstatus({wrong}), 4) << wrong;
 }
 

@@ -1,14 +1,9 @@
 #include "benchSupport.h"
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -16,18 +11,6 @@
 #include <sstream>
 
 namespace bench {
-
-double nowMs() {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-void sleepMs(double milliseconds) {
-  struct timespec ts;
-  ts.tv_sec = static_cast<time_t>(milliseconds / 1000.0);
-  ts.tv_nsec = static_cast<long>((milliseconds - static_cast<double>(ts.tv_sec) * 1000.0) * 1e6);
-  while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
-  }
-}
 
 void report(const std::string& key, const std::string& value) {
   // The library traces on the same stdout; the driver keeps only lines that begin with '@'.
@@ -54,96 +37,15 @@ double mean(const std::vector<double>& values) {
   return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
-Child::~Child() { stop(); }
-
-bool Child::start(const std::vector<std::string>& argv) {
-  pid_t pid = e2e::spawnOnPty(argv, &_master);
-  if (pid < 0) return false;
-  _pid = pid;
-  _reader = std::thread([this] { gather(); });
-  return true;
-}
-
-void Child::gather() {
-  char buffer[4096];
-  for (;;) {
-    ssize_t n = read(_master, buffer, sizeof(buffer));
-    if (n < 0 && errno == EINTR) continue;
-    // EIO once the child and everything holding its terminal are gone.
-    if (n <= 0) break;
-    double now = nowMs();
-    std::lock_guard<std::mutex> guard(_lock);
-    _output.append(buffer, static_cast<size_t>(n));
-    _reads.emplace_back(_output.size(), now);
-    _grown.notify_all();
-  }
-}
-
-void Child::send(const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    ssize_t n = write(_master, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;
-    done += static_cast<size_t>(n);
-  }
-}
-
-size_t Child::waitFor(const std::string& text, size_t from, int timeoutMs) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  std::unique_lock<std::mutex> guard(_lock);
-  for (;;) {
-    size_t at = _output.find(text, from);
-    if (at != std::string::npos) return at;
-    if (_grown.wait_until(guard, deadline) == std::cv_status::timeout) {
-      at = _output.find(text, from);
-      return at;
-    }
-  }
-}
-
-double Child::arrivalOf(size_t offset) {
-  std::lock_guard<std::mutex> guard(_lock);
-  auto read = std::upper_bound(_reads.begin(), _reads.end(), offset,
-                               [](size_t value, const std::pair<size_t, double>& r) { return value < r.first; });
-  return read == _reads.end() ? nowMs() : read->second;
-}
-
-size_t Child::mark() {
-  std::lock_guard<std::mutex> guard(_lock);
-  return _output.size();
-}
-
-std::string Child::output() {
-  std::lock_guard<std::mutex> guard(_lock);
-  return _output;
-}
-
-void Child::stop() {
-  if (_pid > 0) {
-    kill(_pid, SIGKILL);
-    waitpid(_pid, nullptr, 0);
-    _pid = -1;
-  }
-  if (_reader.joinable()) _reader.join();
-  if (_master >= 0) {
-    close(_master);
-    _master = -1;
-  }
-}
-
 bool startSimulator(Child& sim, const std::vector<std::string>& words) {
-  std::vector<std::string> argv = {binPath("aldsim"), "--pace", "--link", kBusLink};
-  argv.insert(argv.end(), words.begin(), words.end());
-  return sim.start(argv) && sim.waitFor("ready ", 0, 10000) != std::string::npos;
+  std::vector<std::string> paced = {"--pace"};
+  paced.insert(paced.end(), words.begin(), words.end());
+  return e2e::startSimulator(sim, paced);
 }
 
 bool startService(Child& service, const std::string& port, const std::vector<std::string>& options) {
   writeConfig("PortName " + port + "\n");
-  std::vector<std::string> argv = {binPath("pylonkeeper")};
-  argv.insert(argv.end(), options.begin(), options.end());
-  // The last thread of the start-up chain announces itself.
-  return service.start(argv) && service.waitFor("processCommThread start", 0, 10000) != std::string::npos;
+  return e2e::startService(service, options);
 }
 
 namespace {
@@ -173,7 +75,8 @@ std::vector<S_BusFrame> busFrames(const std::string& log) {
       frame.fromPrimary = rx != std::string::npos;
       frame.offset = start;
       std::istringstream bytes(line.substr(line.find("7E")));
-      for (std::string word; bytes >> word;) frame.bytes.push_back(static_cast<uint8_t>(strtoul(word.c_str(), nullptr, 16)));
+      for (std::string word; bytes >> word;)
+        frame.bytes.push_back(static_cast<uint8_t>(strtoul(word.c_str(), nullptr, 16)));
       frames.push_back(frame);
     }
     start = end + 1;

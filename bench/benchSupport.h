@@ -6,12 +6,8 @@
 
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "e2eHarness.h"
@@ -29,12 +25,12 @@ constexpr double kPollMeanMs = 5.0;
 constexpr double kLayer2TimeoutMs = 1000.0;
 
 // The port the simulator links and the service opens, inside the sandbox.
-constexpr const char* kBusLink = "/tmp/ttyALD";
+constexpr const char* kBusLink = e2e::kPort;
 
-double nowMs();
-void sleepMs(double milliseconds);
 using e2e::binPath;
+using e2e::nowMs;
 using e2e::readFile;
+using e2e::sleepMs;
 // Writes the service's configuration file (the sandbox's own).
 using e2e::writeConfig;
 
@@ -46,41 +42,10 @@ std::string fixed(double value, int decimals);
 double percentile(std::vector<double> values, double share);
 double mean(const std::vector<double>& values);
 
-// A child process on a pty (so that its output is line-buffered as at a
-// console), whose output a thread of its own gathers as it comes: the bus must
-// never stall because the bench is busy waiting on something else.
-class Child {
- public:
-  Child() = default;
-  ~Child();
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  bool start(const std::vector<std::string>& argv);
-  void send(const std::string& text);
-  // Waits until `text` stands in the output at or after `from`; its offset, or
-  // npos after timeoutMs.
-  size_t waitFor(const std::string& text, size_t from, int timeoutMs);
-  // When the byte at `offset` of the output arrived (steady clock, ms).
-  double arrivalOf(size_t offset);
-  size_t mark();
-  std::string output();
-  pid_t pid() const { return _pid; }
-  // Kills the child (nothing of it needs an orderly end) and waits for it.
-  void stop();
-
- private:
-  void gather();
-
-  pid_t _pid = -1;
-  int _master = -1;
-  std::thread _reader;
-  std::mutex _lock;
-  std::condition_variable _grown;
-  std::string _output;
-  // End offset of each read and when it came.
-  std::vector<std::pair<size_t, double>> _reads;
-};
+// The test harness's child process on a pty, whose output its own thread gathers
+// as it comes: the bus must never stall because the bench is busy waiting on
+// something else. The measurements ask it to note when each piece arrived.
+using e2e::Child;
 
 // Starts the simulator on kBusLink, paced at 9600 baud, with these extra words.
 bool startSimulator(Child& sim, const std::vector<std::string>& words);
@@ -89,10 +54,10 @@ bool startService(Child& service, const std::string& port, const std::vector<std
 
 // One frame of the simulator's log.
 struct S_BusFrame {
-  double stampMs;         // the simulator's clock, ms since midnight
-  bool fromPrimary;       // RX: sent by the service; TX: the simulator's reply
+  double stampMs;              // the simulator's clock, ms since midnight
+  bool fromPrimary;            // RX: sent by the service; TX: the simulator's reply
   std::vector<uint8_t> bytes;  // as on the wire, flags included
-  size_t offset;          // where the line starts in the log
+  size_t offset;               // where the line starts in the log
 };
 std::vector<S_BusFrame> busFrames(const std::string& log);
 
@@ -102,7 +67,7 @@ bool isPollTo(const S_BusFrame& frame, uint8_t address);
 // One exchange seen in the simulator's log: a frame from the primary and the reply behind it.
 struct S_LoggedExchange {
   size_t requestBytes;
-  size_t replyBytes;  // 0: no reply
+  size_t replyBytes;    // 0: no reply
   double turnaroundMs;  // reply stamp minus request stamp (1 ms resolution each)
 };
 std::vector<S_LoggedExchange> loggedExchanges(const std::vector<S_BusFrame>& frames);

@@ -151,7 +151,7 @@ class MplanePeer {
 }  // namespace
 
 int runMplaneExchanges(int count) {
-  Child sim, service;
+  Child sim(true), service(true);
   if (!startSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kBusLink, {})) {
     report("error", "mplane: simulator or service did not start");
     return 1;
@@ -202,9 +202,9 @@ double waitForPoll(Child& sim, size_t& from, int timeoutMs, double& pollArrival)
   double deadline = nowMs() + timeoutMs;
   for (;;) {
     int left = static_cast<int>(deadline - nowMs());
-    size_t at = sim.waitFor(" RX 7E ", from, left > 0 ? left : 0);
+    size_t at = sim.offsetOf(" RX 7E ", from, left > 0 ? left : 0);
     if (at == std::string::npos) return -1;
-    size_t end = sim.waitFor("\n", at, 1000);
+    size_t end = sim.offsetOf("\n", at, 1000);
     if (end == std::string::npos) return -1;
     std::string output = sim.output();
     size_t lineStart = output.rfind('\n', at);
@@ -213,7 +213,7 @@ double waitForPoll(Child& sim, size_t& from, int timeoutMs, double& pollArrival)
     from = end + 1;
     if (frames.empty() || !isPollTo(frames[0], kAddress)) continue;
     pollArrival = sim.arrivalOf(at);
-    size_t reply = sim.waitFor(" TX ", from, 1000);
+    size_t reply = sim.offsetOf(" TX ", from, 1000);
     if (reply == std::string::npos) return -1;
     from = reply + 1;
     return sim.arrivalOf(reply);
@@ -223,7 +223,7 @@ double waitForPoll(Child& sim, size_t& from, int timeoutMs, double& pollArrival)
 }  // namespace
 
 int runConsoleExchanges(int count) {
-  Child sim, service;
+  Child sim(true), service(true);
   if (!startSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kBusLink, {"-c"})) {
     report("error", "console: simulator or service did not start");
     return 1;
@@ -247,7 +247,7 @@ int runConsoleExchanges(int count) {
       size_t mark = service.mark();
       double start = nowMs();
       service.send("mret_v2 getTilt 1 1\n");
-      size_t at = service.waitFor("tilt = ", mark, 2000);
+      size_t at = service.offsetOf("tilt = ", mark, 2000);
       if (at == std::string::npos) {
         if (++failures > 10) {
           report("error", "console: getTilt unanswered ten times");

@@ -21,7 +21,7 @@ int runIdle(const std::string& state, int seconds) {
   } else if (state == "console4") {
     started = startSimulator(sim, {"--random", "4", "--seed", "7"}) && startService(service, kBusLink, {"-c"}) &&
               // The poll of address 4: all four found and RUNNING.
-              sim.waitFor(" RX 7E 04 ", 0, 60000) != std::string::npos;
+              sim.offsetOf(" RX 7E 04 ", 0, 60000) != std::string::npos;
   } else if (state == "noport") {
     started = startService(service, kMissingPort, {"-c"});
   }

@@ -124,13 +124,13 @@ int runPollCycle(int alds, int cycles) {
   std::vector<S_BusFrame> frames;
   std::vector<double> polls;
   for (size_t from = 0; polls.size() < static_cast<size_t>(cycles) + 1;) {
-    size_t at = sim.waitFor(" RX 7E 01 ", from, static_cast<int>(std::max(0.0, deadline - nowMs())));
+    size_t at = sim.offsetOf(" RX 7E 01 ", from, static_cast<int>(std::max(0.0, deadline - nowMs())));
     if (at == std::string::npos) {
       report("error", "poll: the first ALD was polled " + std::to_string(polls.size()) + " times");
       return 1;
     }
     from = at + 1;
-    sim.waitFor("\n", at, 1000);
+    sim.offsetOf("\n", at, 1000);
     frames = busFrames(sim.output());
     polls.clear();
     for (const S_BusFrame& frame : frames) {

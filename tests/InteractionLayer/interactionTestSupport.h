@@ -3,16 +3,14 @@
 
 // Records, queues and frames for the interaction layer's tests.
 #include <sys/msg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "InteractionLayer/interactionMsg.h"
-#include "aisgAppLayer/commManager/hdlcProtocol.h"
+#include "e2eHarness.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
 #include "testFrames.h"
 
@@ -38,11 +36,9 @@ inline S_InteractionMsg request(int32_t type, uint8_t reserved, const Bytes& dat
 
 // Waits up to timeoutMs for a record; its text size, or -1.
 inline ssize_t receive(int msgId, S_InteractionMsg* out, int timeoutMs) {
-  for (int waited = 0;; waited += 10) {
-    ssize_t n = recordReceive(msgId, out, interaction::kMaxText, 0, IPC_NOWAIT);
-    if (n >= 0 || waited >= timeoutMs) return n;
-    usleep(10000);
-  }
+  ssize_t n = -1;
+  e2e::waitUntil([&] { return (n = recordReceive(msgId, out, 1646, 0, IPC_NOWAIT)) >= 0; }, timeoutMs);
+  return n;
 }
 
 // The number of messages on a queue, and the bytes of text they hold together.
@@ -52,14 +48,10 @@ inline std::pair<int, long> queued(int msgId) {
   return {static_cast<int>(state.msg_qnum), static_cast<long>(state.msg_cbytes)};
 }
 
-// Type word, reserved byte and error text of a reply, as "1 66 text".
-// The error text of a reply, up to its terminator.
-inline std::string errorText(const S_InteractionMsg& msg) {
-  return std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
-}
-
+// Type word, result and error text of a reply, as "1 0 text".
 inline std::string summary(const S_InteractionMsg& msg) {
-  return std::to_string(msg.msgType) + " " + std::to_string(msg.reserved) + " " + errorText(msg);
+  return std::to_string(msg.msgType) + " " + std::to_string(msg.result) + " " +
+         std::string(msg.errorInfo, strnlen(msg.errorInfo, sizeof(msg.errorInfo)));
 }
 
 // A structured frame with the poll bit: an I-frame with these layer-7 bytes, as the console sends it.

@@ -7,70 +7,49 @@
 
 namespace {
 
-ConfigFile readConfig(const std::string& text) {
-  const char* path = "/tmp/config.txt";
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-  return ConfigFile(path);
+// Every value of a configuration, the keys in hexadecimal: "version port path command response share".
+std::string valuesOf(const ConfigFile& c) {
+  char keys[40];
+  snprintf(keys, sizeof(keys), "%#x %#x %#x", c._commandMsgKey, c._responseMsgKey, c._shareMemKey);
+  return c._version + " " + c._portName + " " + c._projectPath + " " + keys;
 }
+
+const std::string kDefaults = "defalut /dev/ttyPS1 /mnt/curflash/currsw/app/pylonkeeper 0x400004 0x400005 0x400009";
 
 // Without a file every default stands, and the commented sample holds exactly them.
 TEST(ConfigFileTest, DefaultsStandWithoutAFileAndInTheCommentedSample) {
-  for (const char* path : {"/tmp/no-such-file", PK_SOURCE_DIR "/packaging/aisg.bin.sample"}) {
-    SCOPED_TRACE(path);
-    ConfigFile config(path);
-    EXPECT_EQ(config._version, "defalut");
-    EXPECT_EQ(config._portName, "/dev/ttyPS1");
-    EXPECT_EQ(config._projectPath, "/mnt/curflash/currsw/app/pylonkeeper");
-    EXPECT_EQ(config._commandMsgKey, 0x400004);
-    EXPECT_EQ(config._responseMsgKey, 0x400005);
-    EXPECT_EQ(config._shareMemKey, 0x400009);
+  EXPECT_EQ(valuesOf(ConfigFile("/tmp/no-such-file")), kDefaults);
+  EXPECT_EQ(valuesOf(ConfigFile(PK_SOURCE_DIR "/packaging/aisg.bin.sample")), kDefaults);
+}
+
+TEST(ConfigFileTest, KeysInAnyCaseNumbersInEveryBaseAndLinesThatYieldNoKeyAndValueIgnored) {
+  const std::string keep = " /mnt/curflash/currsw/app/pylonkeeper ";
+  const struct {
+    std::string text, values;
+  } cases[] = {
+      {"portname /dev/ttyS7\nVERSION   v2.1 trailing words\nCommandMsgKey 4194310\nResponseMsgKey 0x500005\n"
+       "ShareMemKey 020000004\nProjectPath /opt/pk",  // a leading 0 is octal; the last line needs no line feed
+       "v2.1 /dev/ttyS7 /opt/pk 0x400006 0x500005 0x400004"},
+      {"Version\t7\n"           // a tab does not end the key
+       " PortName /dev/ttyX\n"  // a blank before the key voids the line
+       "PortName\n"             // no value
+       "Unknown 5\n"
+       "ShareMemKey 0x99999999\n"  // out of range: the earlier value stays
+       "CommandMsgKey text\n"      // no number: 0
+       "ResponseMsgKey 12abc\n",   // text behind the digits is ignored
+       "defalut /dev/ttyPS1" + keep + "0 0xc 0x400009"},
+      // Later lines win, and overlong lines stay in their buffers.
+      {"Version one\nVersion two\nPortName " + std::string(300, 'v') + "\n" + std::string(1000, 'k') +
+           " x\nPortName /dev/last\n",
+       "two /dev/last" + keep + "0x400004 0x400005 0x400009"},
+      // A line of 254 characters is read whole; its value is kept to the value buffer.
+      {"PortName " + std::string(245, 'p') + "\n",
+       "defalut " + std::string(119, 'p') + keep + "0x400004 0x400005 0x400009"},
+  };
+  for (const auto& c : cases) {
+    std::ofstream("/tmp/config.txt", std::ios::binary | std::ios::trunc) << c.text;
+    EXPECT_EQ(valuesOf(ConfigFile("/tmp/config.txt")), c.values) << c.text;
   }
-}
-
-TEST(ConfigFileTest, KeysInAnyCaseAndNumbersInEveryBase) {
-  ConfigFile config = readConfig(
-      "portname /dev/ttyS7\n"
-      "VERSION   v2.1 trailing words\n"
-      "CommandMsgKey 4194308\n"
-      "ResponseMsgKey 0x500005\n"
-      "ShareMemKey 020000004\n"
-      "ProjectPath /opt/pk");
-  EXPECT_EQ(config._portName, "/dev/ttyS7");
-  EXPECT_EQ(config._version, "v2.1");
-  EXPECT_EQ(config._commandMsgKey, 0x400004);
-  EXPECT_EQ(config._responseMsgKey, 0x500005);
-  EXPECT_EQ(config._shareMemKey, 0x400004) << "a leading 0 is octal";
-  EXPECT_EQ(config._projectPath, "/opt/pk") << "the last line is read without a line feed";
-}
-
-TEST(ConfigFileTest, LinesThatYieldNoKeyAndValueAreIgnored) {
-  ConfigFile config = readConfig(
-      "Version\t7\n"             // a tab does not end the key
-      " PortName /dev/ttyX\n"    // a blank before the key voids the line
-      "PortName\n"               // no value
-      "# a comment line\n"        // its first word is no key
-      "Unknown 5\n"
-      "ShareMemKey 0x99999999\n"  // out of range: the earlier value stays
-      "CommandMsgKey text\n"      // no number: 0
-      "ResponseMsgKey 12abc\n");  // text behind the digits is ignored
-  EXPECT_EQ(config._version, "defalut");
-  EXPECT_EQ(config._portName, "/dev/ttyPS1");
-  EXPECT_EQ(config._shareMemKey, 0x400009);
-  EXPECT_EQ(config._commandMsgKey, 0);
-  EXPECT_EQ(config._responseMsgKey, 12);
-}
-
-TEST(ConfigFileTest, LaterLinesWinAndOverlongInputStaysInItsBuffers) {
-  std::string longValue(300, 'v');
-  std::string longLine = "PortName " + longValue + "\n";
-  ConfigFile config = readConfig("Version one\nVersion two\n" + longLine + std::string(1000, 'k') +
-                                 " x\nPortName /dev/last\n");
-  EXPECT_EQ(config._version, "two");
-  EXPECT_EQ(config._portName, "/dev/last");
-
-  // A line of 254 characters is read whole; its value is kept to the value buffer.
-  ConfigFile cut = readConfig("PortName " + std::string(245, 'p') + "\n");
-  EXPECT_EQ(cut._portName, std::string(119, 'p'));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The service binary from the outside: options, exit codes, the version report,
-// the configuration file and the trace.
+// The service binary from the outside: options, exit codes, the version report, the
+// configuration file and the trace.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,106 +9,84 @@
 
 namespace {
 
-const char* const kVersionFile = "/tmp/aisgVersion";
+using Words = std::vector<std::string>;
+constexpr size_t npos = std::string::npos;
 
-std::vector<std::string> service(std::vector<std::string> options) {
-  options.insert(options.begin(), e2e::binPath("pylonkeeper"));
-  return options;
-}
-
-TEST(ServiceEntryTest, HelpPrintsFourLinesAndExitsZeroWithoutAReport) {
+TEST(ServiceEntryTest, HelpAndIllegalOptionsEndTheServiceWithoutAReport) {
   const std::string help =
       "help list:\n-h : show help.\n-c : enable commandline mode.\n"
       "-l [1]: setting log level,0-off 1-error , 2-warn , 3-info , 4-debug , 5-verbose.\n";
-  for (auto options : {std::vector<std::string>{"-h"}, {"-c", "-h"}, {"-l", "5", "-h", "-x"}}) {
-    e2e::Child child;
-    ASSERT_TRUE(child.start(service(options)));
-    EXPECT_EQ(child.waitExit(5000), 0);
-    EXPECT_EQ(child.plainOutput(), help);
+  // Options are read in turn, and the first -h or illegal one ends the service.
+  const struct {
+    Words options;
+    int exit;
+  } cases[] = {{{"-h"}, 0},       {{"-c", "-h"}, 0}, {{"-l", "5", "-h", "-x"}, 0},
+               {{"-x", "-h"}, 1}, {{"-c", "-l"}, 1}, {{"-z"}, 1}};
+  for (const auto& c : cases) {
+    Words argv = {e2e::binPath("pylonkeeper")};
+    argv.insert(argv.end(), c.options.begin(), c.options.end());
+    std::string out;
+    EXPECT_EQ(e2e::runToEnd(argv, &out), c.exit) << argv.back();
+    if (c.exit == 0) {
+      EXPECT_EQ(out, help);
+    } else {
+      EXPECT_NE(out.find("Illegal argument \"?\"\n"), npos) << out;
+      EXPECT_EQ(out.find("help list:"), npos);
+    }
   }
-  EXPECT_EQ(e2e::readFile(kVersionFile), "");
+  EXPECT_EQ(e2e::readFile("/tmp/aisgVersion"), "");
 }
 
-TEST(ServiceEntryTest, IllegalOptionsExitOneAtTheFirstOne) {
-  for (auto options : {std::vector<std::string>{"-x", "-h"}, {"-c", "-l"}, {"-z"}}) {
-    e2e::Child child;
-    ASSERT_TRUE(child.start(service(options)));
-    EXPECT_EQ(child.waitExit(5000), 1);
-    EXPECT_NE(child.plainOutput().find("Illegal argument \"?\"\n"), std::string::npos) << child.plainOutput();
-    EXPECT_EQ(child.plainOutput().find("help list:"), std::string::npos);
-  }
-}
-
-// Starts the service, waits for the end of the version report and stops it.
-std::string startedOutput(const std::vector<std::string>& options) {
+// The service with these options, stopped 200 ms after its version report: all it printed.
+std::string startedOutput(const Words& options) {
   e2e::Child child;
-  EXPECT_TRUE(child.start(service(options)));
-  EXPECT_TRUE(child.waitFor("/*******************************************************/\n", 5000));
-  child.pump(200);
+  EXPECT_TRUE(e2e::startService(child, options));
+  e2e::sleepMs(200);
   child.stop();
-  return child.plainOutput();
+  return child.output();
 }
 
-TEST(ServiceEntryTest, VersionReportGoesToStdoutAndToSixRecordsOf255Bytes) {
-  e2e::writeConfig("Version cfg-7\n");
-  std::string out = startedOutput({});
-  const std::string first = "/*******************pylonkeeper version*******************/\n";
-  std::vector<std::string> lines = {first, "\t  Release Version : pylonkeeper_V1003\n",
-                                    "\t  Release Date    : 20220804\n"};
-  size_t at = out.find(first);
-  ASSERT_NE(at, std::string::npos) << out;
-  EXPECT_EQ(out.substr(at, first.size() + lines[1].size() + lines[2].size()), lines[0] + lines[1] + lines[2]);
-  EXPECT_NE(out.find("\t  Creat Time      : " __DATE__), std::string::npos) << out;
-  EXPECT_NE(out.find("\tConfig file version : cfg-7\n"), std::string::npos);
-
-  std::string file = e2e::readFile(kVersionFile);
+TEST(ServiceEntryTest, VersionReportGoesToStdoutAndToSixRecordsOf255BytesAroundTheConfigurationTrace) {
+  e2e::writeConfig("Version cfg-7\nportname /dev/ttyS9\nCommandMsgKey 0x400010\nShareMemKey 020000011\n");
+  std::string out = e2e::stripColours(startedOutput({}));
+  const std::string head =
+      "/*******************pylonkeeper version*******************/\n"
+      "\t  Release Version : pylonkeeper_V1003\n\t  Release Date    : 20220804\n"
+      "\t  Creat Time      : " __DATE__;
+  ASSERT_NE(out.find(head), npos) << out;
+  std::string file = e2e::readFile("/tmp/aisgVersion");
   ASSERT_EQ(file.size(), 1530u);
   for (size_t record = 0; record < 6; ++record) {
     std::string text = file.substr(record * 255, 255);
     size_t end = text.find('\0');
-    ASSERT_NE(end, std::string::npos);
+    ASSERT_NE(end, npos);
     EXPECT_EQ(text.substr(end), std::string(255 - end, '\0')) << "record " << record << " is zero-filled";
-    EXPECT_NE(out.find(text.substr(0, end)), std::string::npos) << "record " << record << " is also on stdout";
+    EXPECT_NE(out.find(text.substr(0, end)), npos) << "record " << record << " is also on stdout";
   }
   EXPECT_EQ(file.substr(4 * 255, 255).find("\tConfig file version : cfg-7\n"), 0u);
-}
-
-TEST(ServiceEntryTest, ConfigurationIsTracedBetweenTheFourthAndFifthReportLine) {
-  e2e::writeConfig("portname /dev/ttyS9\nCommandMsgKey 0x400010\nShareMemKey 020000011\n");
-  std::string out = startedOutput({});
-  size_t creat = out.find("Creat Time");
-  size_t port = out.find("INF:[configFile,L");
-  size_t fifth = out.find("Config file version");
-  ASSERT_NE(port, std::string::npos) << out;
-  EXPECT_LT(creat, port);
-  EXPECT_LT(port, fifth);
-  for (const char* line : {"]Version = defalut\n", "]PortName = /dev/ttyS9\n",
+  // The configuration is read, and traced, between the fourth and the fifth line of the report.
+  size_t at = out.find("Creat Time");
+  for (const char* line : {"]Version = cfg-7\n", "]PortName = /dev/ttyS9\n",
                            "]ProjectPath = /mnt/curflash/currsw/app/pylonkeeper\n", "]CommandMsgKey = 0x00400010\n",
-                           "]ResponseMsgKey = 0x00400005\n", "]ShareMemKey = 0x00400009\n"}) {
-    EXPECT_NE(out.find(line), std::string::npos) << line << out;
+                           "]ResponseMsgKey = 0x00400005\n", "]ShareMemKey = 0x00400009\n", "Config file version"}) {
+    at = out.find(line, at);
+    EXPECT_NE(at, npos) << line << out;
   }
 }
 
-TEST(ServiceEntryTest, MissingConfigurationAndTheTraceLevelSwitch) {
-  std::string out = startedOutput({});
-  EXPECT_NE(out.find("ERR:[configFile,L"), std::string::npos) << out;
-  EXPECT_NE(out.find("]Config file open failed!\n"), std::string::npos);
-  EXPECT_NE(out.find("\tConfig file version : defalut\n"), std::string::npos);
-
-  e2e::Child raw;
-  ASSERT_TRUE(raw.start(service({"-l", "1"})));
-  ASSERT_TRUE(raw.waitFor("Config file open failed!", 5000));
-  EXPECT_NE(raw.output().find("\033[40;31m[AISG]["), std::string::npos) << "level 1 is red";
-  raw.stop();
-
-  // A word that is no number stores 0 (off); the last -l wins.
-  for (auto options : {std::vector<std::string>{"-l", "abc"}, {"-l", "1", "-l", "0"}}) {
+TEST(ServiceEntryTest, TheTraceLevelSwitch) {
+  // Without a configuration file: its error is the first trace, red at level 1.
+  std::string out = startedOutput({"-l", "1"});
+  EXPECT_NE(out.find("\033[40;31m[AISG]["), npos) << out;
+  EXPECT_NE(out.find("ERR:[configFile,L"), npos) << out;
+  EXPECT_NE(out.find("]Config file open failed!\n"), npos);
+  EXPECT_NE(e2e::stripColours(out).find("\tConfig file version : defalut\n"), npos);
+  // A word that is no number stores 0 (off); the last -l wins; "2abc" stores 2.
+  for (const Words& options : {Words{"-l", "abc"}, Words{"-l", "1", "-l", "0"}, Words{"-l", "0", "-l", "2abc"}}) {
     out = startedOutput(options);
-    EXPECT_EQ(out.find("Config file open failed!"), std::string::npos) << out;
-    EXPECT_EQ(out.find("[AISG]"), std::string::npos) << out;
+    EXPECT_EQ(out.find("Config file open failed!") != npos, options.back() == "2abc") << out;
+    EXPECT_EQ(out.find("[AISG]") != npos, options.back() == "2abc") << out;
   }
-  out = startedOutput({"-l", "0", "-l", "2abc"});
-  EXPECT_NE(out.find("Config file open failed!"), std::string::npos) << "2abc stores 2";
 }
 
 }  // namespace

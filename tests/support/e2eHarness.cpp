@@ -9,23 +9,15 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 namespace e2e {
-
-namespace {
-
-long long nowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
-}  // namespace
 
 // The programs of this build, or of an unpacked package when the package check names its folder.
 static std::string binDir() {
@@ -42,189 +34,177 @@ std::vector<std::string> emulatorWords() {
   return words;
 }
 
-std::vector<std::string> withEmulator(const std::vector<std::string>& argv) {
-  if (argv.empty() || argv[0].rfind(binDir(), 0) != 0) return argv;
-  std::vector<std::string> full = emulatorWords();
-  full.insert(full.end(), argv.begin(), argv.end());
-  return full;
-}
-
 void writeConfig(const std::string& text) {
-  std::ofstream out("/mnt/curflash/currsw/oridata/aisg.bin", std::ios::binary | std::ios::trunc);
-  out << text;
+  std::ofstream("/mnt/curflash/currsw/oridata/aisg.bin", std::ios::binary | std::ios::trunc) << text;
 }
 
 std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
-  text << in.rdbuf();
+  text << std::ifstream(path, std::ios::binary).rdbuf();
   return text.str();
 }
 
-void sleepMs(int milliseconds) {
-  struct timespec ts = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
-  while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+std::string stripColours(const std::string& text) {
+  static const std::regex colours("\033\\[[0-9;]*m|\r");
+  return std::regex_replace(text, colours, "");
+}
+
+double nowMs() {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void sleepMs(double milliseconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(milliseconds));
+}
+
+bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
+  for (double deadline = nowMs() + timeoutMs; !done(); sleepMs(10)) {
+    if (nowMs() >= deadline) return false;
   }
+  return true;
 }
 
 long cpuTicks(pid_t pid) {
   std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
   size_t close = stat.rfind(')');
   if (close == std::string::npos) return -1;
+  // After the name: the state (field 3), ... utime and stime (fields 14 and 15).
   std::istringstream fields(stat.substr(close + 2));
-  std::string field;
-  long utime = 0;
-  long stime = 0;
-  // State is field 3; utime and stime are fields 14 and 15.
-  for (int i = 3; i <= 15 && fields >> field; ++i) {
-    if (i == 14) utime = std::stol(field);
-    if (i == 15) stime = std::stol(field);
-  }
-  return utime + stime;
-}
-
-std::string stripColours(const std::string& text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\033' && i + 1 < text.size() && text[i + 1] == '[') {
-      size_t end = text.find('m', i);
-      if (end != std::string::npos) {
-        i = end;
-        continue;
-      }
-    }
-    if (text[i] != '\r') out += text[i];
-  }
-  return out;
-}
-
-Child::~Child() {
-  if (_pid > 0) stop();
-  if (_master >= 0) close(_master);
-}
-
-pid_t spawnOnPty(const std::vector<std::string>& argv, int* master) {
-  std::vector<char*> args;
-  for (const auto& word : argv) args.push_back(const_cast<char*>(word.c_str()));
-  args.push_back(nullptr);
-  struct termios raw;
-  cfmakeraw(&raw);
-  pid_t pid = forkpty(master, nullptr, &raw, nullptr);
-  if (pid != 0) return pid;
-  // A starter run in the background has SIGINT ignored, and threads may block signals.
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (int sig = 1; sig < NSIG; ++sig) signal(sig, SIG_DFL);
-  execvp(args[0], args.data());
-  _exit(127);
+  std::string skip;
+  long utime = 0, stime = 0;
+  for (int field = 3; field < 14; ++field) fields >> skip;
+  return fields >> utime >> stime ? utime + stime : -1;
 }
 
 bool Child::start(const std::vector<std::string>& program) {
-  pid_t pid = spawnOnPty(withEmulator(program), &_master);
-  if (pid < 0) return false;
-  _pid = pid;
-  fcntl(_master, F_SETFL, fcntl(_master, F_GETFL) | O_NONBLOCK);
+  std::vector<std::string> argv = program;
+  if (!argv.empty() && argv[0].rfind(binDir(), 0) == 0) {
+    std::vector<std::string> words = emulatorWords();
+    argv.insert(argv.begin(), words.begin(), words.end());
+  }
+  std::vector<char*> args;
+  for (auto& word : argv) args.push_back(&word[0]);
+  args.push_back(nullptr);
+  struct termios raw;
+  cfmakeraw(&raw);
+  _pid = forkpty(&_master, nullptr, &raw, nullptr);
+  if (_pid == 0) {
+    // A starter run in the background has SIGINT ignored, and threads may block signals.
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    for (int sig = 1; sig < NSIG; ++sig) signal(sig, SIG_DFL);
+    execvp(args[0], args.data());
+    _exit(127);
+  }
+  if (_pid < 0) return false;
+  _reader = std::thread([this] { gather(); });
   return true;
 }
 
-void Child::readAvailable(int timeoutMs) {
-  if (_master < 0) return;
-  struct pollfd pfd = {_master, POLLIN, 0};
-  if (poll(&pfd, 1, timeoutMs) <= 0) return;
+void Child::gather() {
   char buffer[4096];
-  for (;;) {
+  // EIO once the child and all that hold its terminal are gone; a short poll lets stop() end it anyway.
+  for (struct pollfd pfd = {_master, POLLIN, 0}; !_ended;) {
+    if (poll(&pfd, 1, 100) <= 0) continue;
     ssize_t n = read(_master, buffer, sizeof(buffer));
+    if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
+    std::lock_guard<std::mutex> guard(_lock);
     _output.append(buffer, static_cast<size_t>(n));
+    if (_logArrivals) _arrivals.emplace_back(_output.size(), nowMs());
+    _grown.notify_all();
   }
-}
-
-bool Child::waitFor(const std::string& text, int timeoutMs, size_t from) {
-  long long deadline = nowMs() + timeoutMs;
-  for (;;) {
-    if (_output.find(text, from) != std::string::npos) return true;
-    long long left = deadline - nowMs();
-    if (left <= 0) return false;
-    readAvailable(static_cast<int>(left < 50 ? left : 50));
-  }
-}
-
-void Child::pump(int milliseconds) {
-  long long deadline = nowMs() + milliseconds;
-  for (long long left = milliseconds; left > 0; left = deadline - nowMs()) {
-    readAvailable(static_cast<int>(left < 50 ? left : 50));
-  }
+  _ended = true;
 }
 
 void Child::send(const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
+  for (size_t done = 0; done < text.size();) {
     ssize_t n = write(_master, text.data() + done, text.size() - done);
-    if (n < 0) {
-      if (errno == EAGAIN || errno == EINTR) {
-        sleepMs(5);
-        continue;
-      }
-      return;
-    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
     done += static_cast<size_t>(n);
   }
 }
 
 void Child::sendEof() {
-  // In raw mode there is no EOF character: end the child's input by making the
-  // terminal canonical for one ^D.
+  // In raw mode there is no end-of-file character: the terminal turns canonical for one ^D.
   struct termios t;
   if (tcgetattr(_master, &t) == 0) {
     t.c_lflag |= ICANON;
     tcsetattr(_master, TCSANOW, &t);
   }
-  send(std::string(1, '\004'));
+  send("\004");
+}
+
+size_t Child::offsetOf(const std::string& text, size_t from, int timeoutMs) {
+  std::unique_lock<std::mutex> guard(_lock);
+  size_t at = std::string::npos;
+  _grown.wait_for(guard, std::chrono::milliseconds(timeoutMs),
+                  [&] { return (at = _output.find(text, from)) != std::string::npos; });
+  return at;
+}
+
+double Child::arrivalOf(size_t offset) {
+  std::lock_guard<std::mutex> guard(_lock);
+  auto read = std::upper_bound(_arrivals.begin(), _arrivals.end(), offset,
+                               [](size_t value, const std::pair<size_t, double>& r) { return value < r.first; });
+  return read == _arrivals.end() ? nowMs() : read->second;
+}
+
+std::string Child::output() {
+  std::lock_guard<std::mutex> guard(_lock);
+  return _output;
 }
 
 bool Child::running() {
-  if (_pid <= 0 || _exited) return false;
+  if (_pid <= 0 || _status != -1) return false;
   int status;
-  pid_t r = waitpid(_pid, &status, WNOHANG);
-  if (r == _pid) {
-    _exited = true;
-    _status = status;
-    return false;
-  }
-  return true;
+  if (waitpid(_pid, &status, WNOHANG) != _pid) return true;
+  _status = status;
+  return false;
 }
 
 int Child::waitExit(int timeoutMs) {
-  long long deadline = nowMs() + timeoutMs;
-  while (running()) {
-    if (nowMs() >= deadline) return -1;
-    readAvailable(20);
-  }
-  readAvailable(0);
-  if (_exited && WIFEXITED(_status)) return WEXITSTATUS(_status);
-  return -1;
+  for (double deadline = nowMs() + timeoutMs; running() && nowMs() < deadline;) sleepMs(20);
+  // What the child wrote before it ended is still on its way.
+  for (int i = 0; i < 50 && !_ended && !running(); ++i) sleepMs(20);
+  return _status != -1 && WIFEXITED(_status) ? WEXITSTATUS(_status) : -1;
 }
 
 int Child::stop() {
   if (_pid <= 0) return -1;
+  if (running()) kill(_pid, SIGTERM);
+  for (int i = 0; i < 100 && running(); ++i) sleepMs(20);
   if (running()) {
-    kill(_pid, SIGTERM);
-    for (int i = 0; i < 100 && running(); ++i) {
-      readAvailable(20);
-    }
-    if (running()) {
-      kill(_pid, SIGKILL);
-      waitpid(_pid, &_status, 0);
-      _exited = true;
-    }
+    kill(_pid, SIGKILL);
+    waitpid(_pid, &_status, 0);
   }
-  readAvailable(0);
+  _ended = true;
+  if (_reader.joinable()) _reader.join();
+  close(_master);
   _pid = -1;
   return _status;
 }
 
-std::string Child::plainOutput() const { return stripColours(_output); }
+int runToEnd(const std::vector<std::string>& argv, std::string* out) {
+  Child child;
+  int status = child.start(argv) ? child.waitExit(15000) : -1;
+  if (out != nullptr) *out = child.plainOutput();
+  return status;
+}
+
+bool startSimulator(Child& sim, const std::vector<std::string>& words) {
+  std::vector<std::string> argv = {binPath("aldsim"), "--link", kPort};
+  argv.insert(argv.end(), words.begin(), words.end());
+  writeConfig(std::string("PortName ") + kPort + "\n");
+  return sim.start(argv) && sim.waitFor("ready ", 10000);
+}
+
+bool startService(Child& service, const std::vector<std::string>& options) {
+  std::vector<std::string> argv = {binPath("pylonkeeper")};
+  argv.insert(argv.end(), options.begin(), options.end());
+  return service.start(argv) && service.waitFor("/*******************************************************/\n", 10000);
+}
 
 }  // namespace e2e

@@ -1,23 +1,20 @@
 #ifndef PK_TESTS_SUPPORT_SERVICE_BENCH_H
 #define PK_TESTS_SUPPORT_SERVICE_BENCH_H
 
-// The bench of the end-to-end cases: the real service, the ALD simulator on a
-// pty and the outside tools. Every wait gathers the output of the service and
-// of the simulator, so that neither ever blocks on a full terminal.
-
+// The one fixture of the end-to-end cases: the real service, the ALD simulator on a
+// pty and the outside tools, in the sandbox; and scenes played on it, step by step.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "e2eHarness.h"
 
 namespace e2e {
-
-const char* const kPort = "/tmp/ttyALD";
 
 // How often `what` stands in text.
 inline int occurrences(const std::string& text, const std::string& what) {
@@ -26,82 +23,136 @@ inline int occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
+// Words of a text, split at blanks.
+inline std::vector<std::string> wordsOf(const std::string& text) {
+  std::istringstream split(text);
+  return std::vector<std::string>(std::istream_iterator<std::string>(split), {});
+}
+
+// One scene: the simulator's ALDs and the service's options (words of a text each), the service's
+// configuration file when it is to open another port than the simulator's, and the script (see play).
+struct S_Scene {
+  std::string name, alds, options, config, script;
+};
+
 class ServiceBench : public testing::Test {
  protected:
+  // A wait fails after this long: the bound says how long a failure takes, never how fast the service must be.
+  static constexpr int kStepMs = 45000;
+
   void TearDown() override {
     service.stop();
     bus.stop();
     // A sanitizer build reports on the service's own terminal.
-    for (const char* report : {"WARNING: ThreadSanitizer", "ERROR: AddressSanitizer", "runtime error:",
-                               "ERROR: LeakSanitizer"}) {
+    for (const char* report : {"ThreadSanitizer", "AddressSanitizer", "runtime error:", "LeakSanitizer"}) {
       EXPECT_EQ(service.output().find(report), std::string::npos) << service.plainOutput();
     }
   }
 
-  // The simulator with these ALDs, and a configuration that names its pty.
-  void startBus(const std::vector<std::string>& alds) {
-    std::vector<std::string> argv = {e2e::binPath("aldsim"), "--link", kPort};
-    argv.insert(argv.end(), alds.begin(), alds.end());
-    ASSERT_TRUE(bus.start(argv));
-    ASSERT_TRUE(bus.waitFor("ready ", 5000)) << bus.output();
-    e2e::writeConfig(std::string("PortName ") + kPort + "\n");
-  }
-
-  // The service with these options behind trace level 1 (a later -l wins).
-  void startService(const std::vector<std::string>& options) {
-    std::vector<std::string> argv = {e2e::binPath("pylonkeeper"), "-l", "1"};
+  // The simulator with these ALDs, then the service with these options behind trace level 1 (a later -l wins).
+  void start(const std::vector<std::string>& alds, const std::vector<std::string>& options,
+             const std::string& config = "") {
+    ASSERT_TRUE(startSimulator(bus, alds)) << bus.output();
+    if (!config.empty()) writeConfig(config);
+    std::vector<std::string> argv = {"-l", "1"};
     argv.insert(argv.end(), options.begin(), options.end());
-    ASSERT_TRUE(service.start(argv));
-    ASSERT_TRUE(says(service, "/*****************************************************", 5000));
+    ASSERT_TRUE(startService(service, argv)) << service.output();
   }
+  void start(const S_Scene& scene) { start(wordsOf(scene.alds), wordsOf(scene.options), scene.config); }
 
-  bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!done()) {
-      if (std::chrono::steady_clock::now() >= deadline) return false;
-      service.pump(10);
-      bus.pump(10);
-    }
-    return true;
+  // Runs a tool of the build (mplanectl, pkstatus) with these words to its end; its exit status, or -1.
+  int run(const std::string& words, std::string* out = nullptr) {
+    std::vector<std::string> argv = wordsOf(words);
+    argv[0] = binPath(argv[0]);
+    return runToEnd(argv, out);
   }
-  void pumpFor(int ms) { waitUntil([] { return false; }, ms); }
-  bool says(e2e::Child& child, const std::string& text, int timeoutMs, size_t from = 0) {
-    return waitUntil([&] { return child.output().find(text, from) != std::string::npos; }, timeoutMs);
-  }
-
-  // Sends a console line and waits for text in what follows it.
-  bool console(const std::string& line, const std::string& text, int timeoutMs = 3000) {
-    size_t mark = service.mark();
-    service.send(line + "\n");
-    return says(service, text, timeoutMs, mark);
-  }
-  // Runs a program of the build to its end; its exit status, or -1.
-  int runTool(const std::vector<std::string>& argv, std::string* out = nullptr) {
-    e2e::Child tool;
-    if (!tool.start(argv)) return -1;
-    waitUntil([&] { return !tool.running(); }, 15000);
-    int status = tool.waitExit(0);
-    if (out != nullptr) *out = tool.plainOutput();
-    return status;
-  }
-  int mplane(const std::vector<std::string>& args, std::string* out = nullptr) {
-    std::vector<std::string> argv = {e2e::binPath("mplanectl")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return runTool(argv, out);
-  }
-  // pkstatus's verdict: 0 alive, 1 alive with an alarm, 2 not alive, 3 no block.
-  int pkstatus() { return runTool({e2e::binPath("pkstatus"), "--alive", "3"}); }
-
-  // The share of one core that the service used over the next milliseconds, in percent.
+  // The share of one core that the service uses over the next milliseconds, in percent.
   double cpuPercent(int ms) {
-    long before = e2e::cpuTicks(service.pid());
-    pumpFor(ms);
-    long used = e2e::cpuTicks(service.pid()) - before;
-    return 100.0 * static_cast<double>(used) / static_cast<double>(sysconf(_SC_CLK_TCK)) * 1000.0 / ms;
+    long before = cpuTicks(service.pid());
+    sleepMs(ms);
+    return 100.0 * static_cast<double>(cpuTicks(service.pid()) - before) / static_cast<double>(sysconf(_SC_CLK_TCK)) *
+           1000.0 / ms;
   }
 
-  e2e::Child bus;
-  e2e::Child service;
+  // Plays a script: steps separated by " | ", each a verb and its text, in turn:
+  //   type LINE      a line on the service's console      sim COMMAND  a command to the simulator (quiet 1, wake 1)
+  //   eof            the end of the console's input       run TOOL ..  a tool to its end; its output is the reply
+  //   says TEXT      the service's output shows TEXT after what the last `says` found, or the last line typed
+  //   bus TEXT       the simulator's log shows TEXT after what the last `bus` or `sent` found, or the last command
+  //   sent KINDS     the next frames that the service sends are of these kinds (see kindOf)
+  //   reply TEXT     the last tool's output holds TEXT    idle         under 10 % of one core over 2 s
+  void play(const std::string& script) {
+    size_t said = 0, logged = 0;
+    std::string reply;
+    for (size_t at = 0, end = 0; end < script.size(); at = end + 3) {
+      end = std::min(script.find(" | ", at), script.size());
+      const std::string step = script.substr(at, end - at);
+      SCOPED_TRACE(step.substr(0, 200));
+      const std::string verb = step.substr(0, step.find(' ')),
+                        text = step.substr(std::min(step.size(), verb.size() + 1));
+      if (verb == "type" || verb == "eof") {
+        said = service.mark();
+        verb == "eof" ? service.sendEof() : service.send(text + "\n");
+      } else if (verb == "sim") {
+        logged = bus.mark();
+        bus.send(text + "\n");
+      } else if (verb == "run") {
+        run(text, &reply);
+      } else if (verb == "reply") {
+        EXPECT_NE(reply.find(text), std::string::npos) << reply;
+      } else if (verb == "idle") {
+        EXPECT_LT(cpuPercent(2000), 10.0);
+      } else if (verb == "says" || verb == "bus") {
+        Child& child = verb == "says" ? service : bus;
+        size_t& from = verb == "says" ? said : logged;
+        size_t at = child.offsetOf(text, from, kStepMs);
+        ASSERT_NE(at, std::string::npos) << since(child, from);
+        from = at + text.size();
+      } else if (verb == "sent") {
+        std::vector<std::pair<std::string, size_t>> frames;
+        size_t count = static_cast<size_t>(occurrences(text, " ") + 1);
+        waitUntil([&] { return (frames = framesSent(logged)).size() >= count; }, kStepMs);
+        std::string kinds;
+        for (size_t i = 0; i < std::min(count, frames.size()); ++i) kinds += (i > 0 ? " " : "") + frames[i].first;
+        ASSERT_EQ(kinds, text) << since(bus, logged);
+        logged = frames[count - 1].second;
+      } else {
+        FAIL() << "no such step";
+      }
+    }
+  }
+
+  // The kind of a frame that the service sent, by its bytes behind the flag as the simulator logs them.
+  static std::string kindOf(const std::string& bytes) {
+    static const std::pair<const char*, const char*> kinds[] = {
+        {"FF BF 81 F0 02 07 00", "reset"},
+        {"FF BF 81 F0 04 01 00 03 00", "probe"},
+        {"FF BF 81 F0 06 01 01 41 02 01 01", "assign"},  // the ALD of UID 0x41 to address 1
+        {"01 11", "poll1"},
+        {"02 11", "poll2"},
+        {"01 93", "snrm1"},
+        {"02 93", "snrm2"}};
+    for (const auto& kind : kinds) {
+      if (bytes.rfind(kind.first, 0) == 0) return kind.second;
+    }
+    return "other";
+  }
+  // The kinds of the frames that the service sent from log position `from` on, each with the end of its line.
+  std::vector<std::pair<std::string, size_t>> framesSent(size_t from) {
+    std::vector<std::pair<std::string, size_t>> frames;
+    std::string log = bus.output();
+    for (size_t at = log.find(" RX 7E ", from), end; at != std::string::npos; at = log.find(" RX 7E ", end)) {
+      if ((end = log.find('\n', at)) == std::string::npos) break;
+      frames.emplace_back(kindOf(log.substr(at + 7, end - at - 7)), end);
+    }
+    return frames;
+  }
+  static std::string since(Child& child, size_t from) {
+    std::string text = child.output();
+    return stripColours(text.substr(std::min(from, text.size())));
+  }
+
+  Child bus, service;
 };
 
 }  // namespace e2e

@@ -30,13 +30,6 @@ TEST(CommandSplitTest, BlanksSeparateTabsDoNotAndTenWordsAtMost) {
   }
 }
 
-TEST(CommandFactoryTest, OneObjectPerGroupWord) {
-  Command* mret = CommandFactory::creatCommandObj("mret_v2");
-  EXPECT_EQ(CommandFactory::creatCommandObj("Mret_V2"), mret) << "a reply in analysis never meets a freed one";
-  EXPECT_EQ(CommandFactory::creatCommandObj("mret"), nullptr);
-  EXPECT_EQ(CommandFactory::creatCommandObj(nullptr), nullptr);
-}
-
 const char* const kIncomplete = "the command is incomplete!\n";
 const char* const kMretHelp =
     "usage: mret_v2 calibrate addr subNo -- calibrate antenna\nusage: mret_v2 getTilt addr subNo -- get tilt\n"

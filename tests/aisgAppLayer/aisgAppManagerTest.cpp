@@ -83,6 +83,7 @@ TEST_F(RunMachineTest, WithoutTheConsoleTheServiceIdlesCountsOnceASecondAndKeeps
 TEST_F(RunMachineTest, WithAldsTheStepsGoScanBaseInfoPollAndThePollsTakeTurns) {
   start({"uid=0x41", "uid=0x42"}, {"-c", "-l", "3"});
   play(
+      "says Rs485 send Data(11).\n | says 7E FF BF 81 F0 02 07 00 A4 F3 7E \n | "
       "says device scan success, then go to get base info. | says get base info start. | "
       "sent reset probe other other assign other other other snrm1 snrm2 poll1 poll2 poll1 poll2 poll1 poll2 | "
       "run pkstatus | reply run step     : 3 (alds poll)");

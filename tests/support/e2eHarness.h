@@ -68,7 +68,7 @@ class Child {
   bool running();
   // Waits for the child to end by itself; its exit code, or -1 on time-out or a signal.
   int waitExit(int timeoutMs);
-  // Stops the child (SIGTERM, then SIGKILL) and returns its wait status, or -1.
+  // Kills the child and returns its wait status, or -1.
   int stop();
 
  private:

@@ -16,7 +16,7 @@
 namespace e2e {
 
 // The pty the simulator links and the service opens, inside the sandbox.
-const char* const kPort = "/tmp/ttyALD";
+constexpr const char* kPort = "/tmp/ttyALD";
 
 // The path of a program built by the project (pylonkeeper, aldsim, mplanectl, pkstatus).
 std::string binPath(const std::string& program);

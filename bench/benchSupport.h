@@ -48,7 +48,7 @@ double mean(const std::vector<double>& values);
 using e2e::Child;
 
 // Starts the simulator on kBusLink, paced at 9600 baud, with these extra words.
-bool startSimulator(Child& sim, const std::vector<std::string>& words);
+bool startPacedSimulator(Child& sim, const std::vector<std::string>& words);
 // Points the service at `port` and starts it with these options.
 bool startService(Child& service, const std::string& port, const std::vector<std::string>& options);
 

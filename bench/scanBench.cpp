@@ -53,7 +53,7 @@ class TimedComm : public DeviceCommInterface {
 
 int runScan(int alds) {
   Child sim;
-  if (!startSimulator(sim, {"--random", std::to_string(alds), "--seed", kSeed})) {
+  if (!startPacedSimulator(sim, {"--random", std::to_string(alds), "--seed", kSeed})) {
     report("error", "scan: simulator did not start");
     return 1;
   }
@@ -114,7 +114,7 @@ int runScan(int alds) {
 
 int runPollCycle(int alds, int cycles) {
   Child sim, service;
-  if (!startSimulator(sim, {"--random", std::to_string(alds), "--seed", kSeed}) ||
+  if (!startPacedSimulator(sim, {"--random", std::to_string(alds), "--seed", kSeed}) ||
       !startService(service, kBusLink, {"-c"})) {
     report("error", "poll: simulator or service did not start");
     return 1;

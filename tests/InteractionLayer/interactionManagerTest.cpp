@@ -12,7 +12,7 @@ namespace {
 
 using itest::Bytes;
 
-constexpr int kConsole = E_INTERACTION_MSG_COMMAND_LINE, kMPlane = E_INTERACTION_MSG_MPLANE;
+constexpr int kConsole = 2, kMPlane = 1;  // the type words
 const char* const kTooShort = "Command msg is incorrect,the size less then minsize.";
 const char* const kBadPacket = "The HDLC packet is incorrect.";
 const char* const kTimeOut = "ALD reply time out.";
@@ -139,9 +139,7 @@ TEST_F(InteractionServicesTest, RefusalsAndFailedExchangesWithTheirTextsAndReply
     EXPECT_EQ(serve(request, c.size, &reply), c.reply);
     expectFailure(request, reply, c.text);
     EXPECT_EQ(_bus.exchanges, c.bus == kNoBus ? 0 : 1);
-    EXPECT_EQ(_bus.waitedMs, c.bus == kNoBus      ? 0
-                             : c.type == kConsole ? InteractionManager::kConsoleReplyWaitMs
-                                                  : InteractionManager::kMPlaneReplyWaitMs);
+    EXPECT_EQ(_bus.waitedMs, c.bus == kNoBus ? 0u : c.type == kConsole ? 500u : 1000u);  // the reply waits
   }
 }
 
@@ -158,8 +156,8 @@ TEST_F(InteractionServicesTest, RepliesFromTheBus) {
     expectSuccess(request, reply, itest::iFrame(5, answer));
   }
   // One too long to stuff again is a bus error, with no half-written success behind.
-  _bus.replyPacket.dataLength = hdlc::kMaxDataLength;
-  memset(_bus.replyPacket.data, 0x7E, hdlc::kMaxDataLength);
+  _bus.replyPacket.dataLength = 262;
+  memset(_bus.replyPacket.data, 0x7E, 262);
   serve(request, 200, &reply);
   expectFailure(request, reply, kBusError);
 

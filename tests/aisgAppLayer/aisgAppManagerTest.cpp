@@ -78,11 +78,15 @@ TEST_F(RunMachineTest, WithoutTheConsoleTheServiceIdlesCountsOnceASecondAndKeeps
   ASSERT_TRUE(e2e::waitUntil([&] { return ticks() >= held + 50; }, 2000));
   EXPECT_NEAR(rate(), 3, 1);
   EXPECT_EQ(bus.output().find(" RX "), std::string::npos) << bus.plainOutput();
+  // The block stays when the service is gone, its counter still.
+  service.stop();
+  play("run pkstatus --alive 1 | reply alive        : no\nexit 2");
 }
 
 TEST_F(RunMachineTest, WithAldsTheStepsGoScanBaseInfoPollAndThePollsTakeTurns) {
   start({"uid=0x41", "uid=0x42"}, {"-c", "-l", "3"});
   play(
+      "says Rs485 send Data(11).\n | says 7E FF BF 81 F0 02 07 00 A4 F3 7E \n | "
       "says device scan success, then go to get base info. | says get base info start. | "
       "sent reset probe other other assign other other other snrm1 snrm2 poll1 poll2 poll1 poll2 poll1 poll2 | "
       "run pkstatus | reply run step     : 3 (alds poll)");
@@ -95,7 +99,7 @@ TEST_F(RunMachineTest, WithoutItsStatusBlockTheServiceRunsOn) {
   // Every cycle still runs its two alarm checks, which find no block.
   play(
       "says status block 0x400009 not available | says _pShareMem is NULL. | says _pShareMem is NULL. | "
-      "says _pShareMem is NULL. | says _pShareMem is NULL.");
+      "says _pShareMem is NULL. | says _pShareMem is NULL. | run pkstatus | reply exit 3");
   EXPECT_TRUE(service.running());
 }
 
@@ -108,6 +112,7 @@ TEST_F(RunMachineTest, SLOW_BothAlarmsRiseAtTheThirtiethQuietCycleAndFallAtTheFi
     EXPECT_EQ(block().tickCount, cycle);
     EXPECT_EQ(block().rxAlarm + block().txAlarm, cycle == 30 ? 2u : 0u);
   }
+  EXPECT_EQ(run("pkstatus"), 1);
   // The first probe of a scan, which the ALD without an address answers.
   EXPECT_EQ(run("mplanectl FF BF 81F00401000300"), 0);
   EXPECT_TRUE(e2e::waitUntil([&] { return block().rxAlarm + block().txAlarm == 0; }, 2500));

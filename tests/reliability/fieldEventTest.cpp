@@ -26,10 +26,13 @@ const e2e::S_Scene kScenes[] = {
      "reply run step     : 3 (alds poll)"},
     // Answers from another address: each poll fails with a trace; after five the ALD is given its address
     // again, which it takes (an assignment goes to all stations, so any address may answer it), and the
-    // road of failed polls and assignments goes round without a rescan.
-    {"AnAldAnsweringFromAnotherAddressGoesRoundTheRecoveryRoad", "uid=0x41,wrongAddr=9", "-c", "",
+    // road of failed polls and assignments goes round without a rescan. The status block lies under the
+    // key of the configuration, for the service and for pkstatus.
+    {"AnAldAnsweringFromAnotherAddressGoesRoundTheRecoveryRoad", "uid=0x41,wrongAddr=9", "-c",
+     "PortName /tmp/ttyALD\nShareMemKey 0x5a5a01\n",
      "says Reply addr[9] is not target addr[1]! | bus RX 7E 01 11 | sent poll1 poll1 poll1 poll1 assign poll1 | "
-     "sent poll1 poll1 poll1 poll1 assign"},
+     "sent poll1 poll1 poll1 poll1 assign | run pkstatus | reply alive        : yes\nexit 0 | "
+     "run pkstatus --verbose | reply exit 4 | run pkstatus --alive | reply exit 4"},
     // Seven ALDs answer the first probe at once; one can never be addressed (its answers lack the vendor
     // code) and collides at every scan. The six others end with an address each.
     {"CollidingAldsAreAllFoundAndAddressed", "uid=B1 uid=D2 uid=F3 uid=H4 uid=J5 uid=L6 uid=N7,noVendor=1", "-c", "",

@@ -16,7 +16,7 @@
 namespace e2e {
 
 // The pty the simulator links and the service opens, inside the sandbox.
-const char* const kPort = "/tmp/ttyALD";
+constexpr const char* kPort = "/tmp/ttyALD";
 
 // The path of a program built by the project (pylonkeeper, aldsim, mplanectl, pkstatus).
 std::string binPath(const std::string& program);
@@ -68,7 +68,7 @@ class Child {
   bool running();
   // Waits for the child to end by itself; its exit code, or -1 on time-out or a signal.
   int waitExit(int timeoutMs);
-  // Stops the child (SIGTERM, then SIGKILL) and returns its wait status, or -1.
+  // Kills the child and returns its wait status, or -1.
   int stop();
 
  private:

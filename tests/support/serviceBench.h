@@ -76,7 +76,8 @@ class ServiceBench : public testing::Test {
 
   // Plays a script: steps separated by " | ", each a verb and its text, in turn:
   //   type LINE      a line on the service's console      sim COMMAND  a command to the simulator (quiet 1, wake 1)
-  //   eof            the end of the console's input       run TOOL ..  a tool to its end; its output is the reply
+  //   eof            the end of the console's input       run TOOL ..  a tool to its end: the reply is its output
+  //                                                        and "exit STATUS"
   //   says TEXT      the service's output shows TEXT after what the last `says` found, or the last line typed
   //   bus TEXT       the simulator's log shows TEXT after what the last `bus` or `sent` found, or the last command
   //   sent KINDS     the next frames that the service sends are of these kinds (see kindOf)
@@ -97,7 +98,8 @@ class ServiceBench : public testing::Test {
         logged = bus.mark();
         bus.send(text + "\n");
       } else if (verb == "run") {
-        run(text, &reply);
+        const int status = run(text, &reply);
+        reply += "exit " + std::to_string(status) + "\n";
       } else if (verb == "reply") {
         EXPECT_NE(reply.find(text), std::string::npos) << reply;
       } else if (verb == "idle") {

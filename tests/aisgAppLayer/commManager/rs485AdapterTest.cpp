@@ -57,7 +57,8 @@ TEST(Rs485AdapterTest, SettingsAreAppliedRawAndRejectionsLeaveThemAlone) {
   const std::string rs485Failure = "ERROR: Set RS485 Conf Error\n";
   ASSERT_EQ(captured([&] { adapter.reset(new Rs485Adapter(pty.name)); }), rs485Failure);
   termios tio = line();
-  EXPECT_EQ(cfgetospeed(&tio), speed_t(B115200));
+  EXPECT_EQ(cfgetospeed(&tio), speed_t(B115200));  // 8N1 at first
+  EXPECT_EQ(gAsked.c_cflag & (CSIZE | CSTOPB | PARENB), tcflag_t(CS8));
   tio.c_cflag |= CLOCAL;  // CLOCAL and IEXTEN belong to the port and are kept
   tio.c_lflag |= IEXTEN;
   ASSERT_EQ(tcsetattr(pty.slave, TCSANOW, &tio), 0);

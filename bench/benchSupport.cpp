@@ -37,7 +37,7 @@ double mean(const std::vector<double>& values) {
   return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
-bool startSimulator(Child& sim, const std::vector<std::string>& words) {
+bool startPacedSimulator(Child& sim, const std::vector<std::string>& words) {
   std::vector<std::string> paced = {"--pace"};
   paced.insert(paced.end(), words.begin(), words.end());
   return e2e::startSimulator(sim, paced);

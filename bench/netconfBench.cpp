@@ -12,13 +12,13 @@ namespace bench {
 
 int runNetconfExchanges(int count) {
   Child sim, service, client;
-  if (!startSimulator(sim, {"uid=BENCH01"}) || !startService(service, kBusLink, {})) {
+  if (!startPacedSimulator(sim, {"uid=BENCH01"}) || !startService(service, kPort, {})) {
     report("error", "netconf: simulator or service did not start");
     return 1;
   }
   if (!client.start({"/usr/bin/python3", PK_SOURCE_DIR "/bench/netconfRoad.py", std::to_string(count), "BENCH01",
                      binPath("pknetconf")}) ||
-      client.waitFor("done", 0, 600000) == std::string::npos) {
+      !client.waitFor("done", 600000)) {
     std::string output = client.output();
     report("error", "netconf: " + output.substr(output.rfind('\n', output.size() - 2) + 1));
     return 1;

@@ -49,8 +49,9 @@ using e2e::Child;
 
 // Starts the simulator on kPort, paced at 9600 baud, with these extra words.
 bool startPacedSimulator(Child& sim, const std::vector<std::string>& words);
-// Points the service at `port` and starts it with these options.
-bool startService(Child& service, const std::string& port, const std::vector<std::string>& options);
+// Points the service at `port`, with further configuration lines if given, and starts it with these options.
+bool startService(Child& service, const std::string& port, const std::vector<std::string>& options,
+                  const std::string& moreConfig = "");
 
 // One frame of the simulator's log.
 struct S_BusFrame {

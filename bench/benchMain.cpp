@@ -1,6 +1,6 @@
 // pkbench: measures the service against its budgets and prints one table.
 //
-//   pkbench [--long] [--count N] [--only codec,exchange,scan,poll,idle]
+//   pkbench [--long] [--count N] [--only codec,exchange,discovery,scan,poll,idle]
 //
 // Every measurement that runs the service or the bus runs in a sandbox of its
 // own (scripts/sandbox), as `pkbench --part NAME ...`, and reports "@key value"
@@ -30,11 +30,13 @@ const char* const kIdleStates[][2] = {{"relay", "without -c, 4 ALDs on the bus"}
                                       {"console4", "with -c, 4 ALDs RUNNING and polled"},
                                       {"noport", "with -c, port missing"}};
 constexpr int kPollCycles = 5;
+// Seconds between two discoveries in the discovery part: short, so that many exchanges meet one.
+constexpr int kDiscoveryPeriod = 2;
 
 struct S_Options {
   int count = 200;
   int idleSeconds = 20;
-  std::string only = "codec,exchange,scan,poll,idle";
+  std::string only = "codec,exchange,discovery,scan,poll,idle";
 };
 
 int runPart(int argc, char** argv) {
@@ -47,6 +49,7 @@ int runPart(int argc, char** argv) {
   int second = argc > 4 ? atoi(argv[4]) : 0;
   if (part == "mplane") return bench::runMplaneExchanges(value);
   if (part == "console") return bench::runConsoleExchanges(value);
+  if (part == "discovery") return bench::runDiscoveryExchanges(value, second);
   if (part == "netconf") return bench::runNetconfExchanges(value);
   if (part == "scan") return bench::runScan(value);
   if (part == "poll") return bench::runPollCycle(value, second);
@@ -189,6 +192,31 @@ void printExchanges(const S_Options& options) {
          lastFailure.c_str());
 }
 
+void printDiscovery(const S_Options& options) {
+  Figures f = measure({"discovery", std::to_string(options.count), std::to_string(kDiscoveryPeriod)},
+                      "console exchanges with discovery");
+  printf("\n### What discovery costs a console exchange (with -c, `DiscoveryPeriod %d`)\n\n", kDiscoveryPeriod);
+  if (f.count("error") || !f.count("probes")) {
+    printf("failed: %s\n", f["error"].c_str());
+    return;
+  }
+  printf("| Console `mret_v2 getTilt 1 1` | Exchanges | Median | p99 |\n|---|---|---|---|\n");
+  const char* rows[][2] = {{"probe", "met a discovery probe"},
+                           {"poll", "met a poll of the run machine, no probe"},
+                           {"clear", "met neither"}};
+  for (auto& row : rows) {
+    std::string key = row[0];
+    printf("| %s | %s | %s ms | %s ms |\n", row[1], f[key + ".n"].c_str(), f[key + ".median"].c_str(),
+           f[key + ".p99"].c_str());
+  }
+  printf("\nOne ALD, addressed and polled; the exchanges typed one after the other with a random pause of 0 to "
+         "300 ms between them, %s probes in the run, %s exchanges made again. An exchange met a probe when it was "
+         "typed or waited while the probe (`7E FF BF 81 F0 04 01 00 03 00`, which no ALD answers here) held the "
+         "bus for its whole 1000 ms wait; it met a poll when an RR poll of the ALD was on the bus in the 50 ms "
+         "before or while it waited.\n",
+         f["probes"].c_str(), f["failures"].c_str());
+}
+
 void printScans() {
   printf("\n### Device scan, %s random 19-byte UIDs per bus\n\n", "aldsim --random N --seed 7:");
   printf("| ALDs | Found | Exchanges | Time-outs | Collisions | Wall time | Algorithm's own time | Excess (budget 5 %%) | "
@@ -295,7 +323,7 @@ int main(int argc, char** argv) {
     } else if (arg == "--only" && i + 1 < argc) {
       options.only = argv[++i];
     } else {
-      fprintf(stderr, "usage: pkbench [--long] [--count N] [--only codec,exchange,scan,poll,idle]\n");
+      fprintf(stderr, "usage: pkbench [--long] [--count N] [--only codec,exchange,discovery,scan,poll,idle]\n");
       return 2;
     }
   }
@@ -303,6 +331,7 @@ int main(int argc, char** argv) {
   printf("Host build (%s, Release), %ld cores; the simulator paces its replies at 9600 baud (aldsim --pace).\n",
          PK_HOST_ARCH, sysconf(_SC_NPROCESSORS_ONLN));
   if (wanted(options, "exchange")) printExchanges(options);
+  if (wanted(options, "discovery")) printDiscovery(options);
   if (wanted(options, "scan")) printScans();
   if (wanted(options, "poll")) printPolls();
   if (wanted(options, "idle")) printIdle(options);

@@ -15,6 +15,9 @@ int runMplaneExchanges(int count);
 int runNetconfExchanges(int count);
 // Console commands on the service's terminal, service with -c.
 int runConsoleExchanges(int count);
+// Console commands on the service's terminal, service with -c and a discovery every
+// `periodSeconds`: those that met a discovery probe apart from the others.
+int runDiscoveryExchanges(int count, int periodSeconds);
 // One scan of a bus of `alds` ALDs with random 19-byte UIDs, driven through the library.
 int runScan(int alds);
 // Time between successive polls of the same ALD, service with -c.

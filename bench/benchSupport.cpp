@@ -43,8 +43,9 @@ bool startPacedSimulator(Child& sim, const std::vector<std::string>& words) {
   return e2e::startSimulator(sim, paced);
 }
 
-bool startService(Child& service, const std::string& port, const std::vector<std::string>& options) {
-  writeConfig("PortName " + port + "\n");
+bool startService(Child& service, const std::string& port, const std::vector<std::string>& options,
+                  const std::string& moreConfig) {
+  writeConfig("PortName " + port + "\n" + moreConfig);
   return e2e::startService(service, options);
 }
 

@@ -24,8 +24,8 @@ constexpr double kPollMeanMs = 5.0;
 // A layer-2 exchange that gets no reply.
 constexpr double kLayer2TimeoutMs = 1000.0;
 
-// The port the simulator links and the service opens, inside the sandbox.
-constexpr const char* kBusLink = e2e::kPort;
+// The port the simulator links and the service opens, inside the sandbox: the harness's.
+using e2e::kPort;
 
 using e2e::binPath;
 using e2e::nowMs;
@@ -47,10 +47,11 @@ double mean(const std::vector<double>& values);
 // something else. The measurements ask it to note when each piece arrived.
 using e2e::Child;
 
-// Starts the simulator on kBusLink, paced at 9600 baud, with these extra words.
+// Starts the simulator on kPort, paced at 9600 baud, with these extra words.
 bool startPacedSimulator(Child& sim, const std::vector<std::string>& words);
-// Points the service at `port` and starts it with these options.
-bool startService(Child& service, const std::string& port, const std::vector<std::string>& options);
+// Points the service at `port`, with further configuration lines if given, and starts it with these options.
+bool startService(Child& service, const std::string& port, const std::vector<std::string>& options,
+                  const std::string& moreConfig = "");
 
 // One frame of the simulator's log.
 struct S_BusFrame {

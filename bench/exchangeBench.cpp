@@ -152,7 +152,7 @@ class MplanePeer {
 
 int runMplaneExchanges(int count) {
   Child sim(true), service(true);
-  if (!startPacedSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kBusLink, {})) {
+  if (!startPacedSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kPort, {})) {
     report("error", "mplane: simulator or service did not start");
     return 1;
   }
@@ -224,7 +224,7 @@ double waitForPoll(Child& sim, size_t& from, int timeoutMs, double& pollArrival)
 
 int runConsoleExchanges(int count) {
   Child sim(true), service(true);
-  if (!startPacedSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kBusLink, {"-c"})) {
+  if (!startPacedSimulator(sim, {std::string("uid=") + kUid}) || !startService(service, kPort, {"-c"})) {
     report("error", "console: simulator or service did not start");
     return 1;
   }

@@ -17,9 +17,9 @@ int runIdle(const std::string& state, int seconds) {
   Child sim, service;
   bool started = false;
   if (state == "relay") {
-    started = startPacedSimulator(sim, {"--random", "4", "--seed", "7"}) && startService(service, kBusLink, {});
+    started = startPacedSimulator(sim, {"--random", "4", "--seed", "7"}) && startService(service, kPort, {});
   } else if (state == "console4") {
-    started = startPacedSimulator(sim, {"--random", "4", "--seed", "7"}) && startService(service, kBusLink, {"-c"}) &&
+    started = startPacedSimulator(sim, {"--random", "4", "--seed", "7"}) && startService(service, kPort, {"-c"}) &&
               // The poll of address 4: all four found and RUNNING.
               sim.offsetOf(" RX 7E 04 ", 0, 60000) != std::string::npos;
   } else if (state == "noport") {

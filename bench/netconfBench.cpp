@@ -12,7 +12,7 @@ namespace bench {
 
 int runNetconfExchanges(int count) {
   Child sim, service, client;
-  if (!startPacedSimulator(sim, {"uid=BENCH01"}) || !startService(service, kBusLink, {})) {
+  if (!startPacedSimulator(sim, {"uid=BENCH01"}) || !startService(service, kPort, {})) {
     report("error", "netconf: simulator or service did not start");
     return 1;
   }

@@ -57,7 +57,7 @@ int runScan(int alds) {
     report("error", "scan: simulator did not start");
     return 1;
   }
-  writeConfig(std::string("PortName ") + kBusLink + "\n");
+  writeConfig(std::string("PortName ") + kPort + "\n");
   TimedComm comm(AisgCommManager::getInstance());
   Layer2Device* layer2 = Layer2DeviceFactory::creatLayer2DeviceObj(2, &comm);
   unsigned char found = 0;
@@ -115,7 +115,7 @@ int runScan(int alds) {
 int runPollCycle(int alds, int cycles) {
   Child sim, service;
   if (!startPacedSimulator(sim, {"--random", std::to_string(alds), "--seed", kSeed}) ||
-      !startService(service, kBusLink, {"-c"})) {
+      !startService(service, kPort, {"-c"})) {
     report("error", "poll: simulator or service did not start");
     return 1;
   }

@@ -24,18 +24,19 @@ std::string rounds(int n, const std::string& steps) {
   return script;
 }
 
-const std::string kThree = "uid=0x41 uid=0x42 uid=0x43";
+const std::string kThree = "uid=0x41 uid=0x42 uid=0x44";
 
 const e2e::S_Scene kScenes[] = {
-    // DM: ALD 2 loses its link but keeps its address; within two poll cycles (3 s) it gets an SNRM, and its
+    // DM: ALD 2 (address 1: the search finds 0x42 first) loses its link but keeps its address; within two
+    // poll cycles (3 s) it gets an SNRM, and its
     // next poll is answered: RUNNING again, with no re-assignment and no reset.
     {"ADroppedLinkIsSetUpAgain", kThree, "-c", "",
-     "bus TX 7E 03 11 | sim drop 2 | within 3 | bus TX 7E 02 1F | bus RX 7E 02 93 | bus TX 7E 02 11 | never F0 02 07"},
-    // Power cycle: ALD 2 away 3 s, back without address or link: answering polls within 30 s, a console
+     "bus TX 7E 03 11 | sim drop 2 | within 3 | bus TX 7E 01 1F | bus RX 7E 01 93 | bus TX 7E 01 11 | never F0 02 07"},
+    // Power cycle: ALD 2 (address 1) away 3 s, back without address or link: answering polls within 30 s, a console
     // getTilt to it succeeds, and the others are never reset or re-addressed.
     {"APowerCycledAldIsPolledAgain", kThree, "-c", "",
-     "bus TX 7E 03 11 | sim power 2 3 | within 30 | bus RX 7E 02 93 | bus TX 7E 02 11 | type mret_v2 getTilt 2 1 | "
-     "says tilt = | never F0 02 07 | never 41 02 01 01 | never 43 02 01 03"},
+     "bus TX 7E 03 11 | sim power 2 3 | within 30 | bus RX 7E 01 93 | bus TX 7E 01 11 | type mret_v2 getTilt 1 1 | "
+     "says tilt = | never F0 02 07 | never 01 41 02 01 | never 01 44 02 01"},
     // Hot-plug with discovery every 5 s: the new ALD is linked within 20 s at the lowest free address (3),
     // with no reset; with discovery off, ten polls after the scan and no probe among them.
     {"APluggedAldIsFoundByTheDiscovery", "uid=0x41 uid=0x42", "-c", "PortName /tmp/ttyALD\nDiscoveryPeriod 5\n",

@@ -4,7 +4,10 @@
 // The one fixture of the end-to-end cases: the real service, the ALD simulator on a
 // pty and the outside tools, in the sandbox; and scenes played on it, step by step.
 #include <gtest/gtest.h>
+#include <sys/msg.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 #include <functional>
 #include <iterator>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include "e2eHarness.h"
+#include "systemServerLayer/msgAlloc/msgQueue.h"
 
 namespace e2e {
 
@@ -82,8 +86,13 @@ class ServiceBench : public testing::Test {
   //   bus TEXT       the simulator's log shows TEXT after what the last `bus` or `sent` found, or the last command
   //   sent KINDS     the next frames that the service sends are of these kinds (see kindOf)
   //   reply TEXT     the last tool's output holds TEXT    idle         under 10 % of one core over 2 s
+  //   within S       later waits fail after S seconds, and print how long after the last event they took
+  //   never TEXT     the simulator's log holds no TEXT since the last event   wait S   S seconds pass
+  //   queue KEY      an event: a 64-byte type-1 message on the System V queue of this hex key
   void play(const std::string& script) {
     size_t said = 0, logged = 0;
+    int bound = kStepMs;
+    double event = nowMs();
     std::string reply;
     for (size_t at = 0, end = 0; end < script.size(); at = end + 3) {
       end = std::min(script.find(" | ", at), script.size());
@@ -94,9 +103,22 @@ class ServiceBench : public testing::Test {
       if (verb == "type" || verb == "eof") {
         said = service.mark();
         verb == "eof" ? service.sendEof() : service.send(text + "\n");
-      } else if (verb == "sim") {
+      } else if (verb == "sim" || verb == "queue") {
         logged = bus.mark();
-        bus.send(text + "\n");
+        said = service.mark();
+        event = nowMs();
+        unsigned char message[kRecordTypeSize + 64] = {1};
+        if (verb == "sim") {
+          bus.send(text + "\n");
+        } else {
+          EXPECT_EQ(recordSend(msgget(std::stoi(text, nullptr, 16), 0), message, 64, 0), 0);
+        }
+      } else if (verb == "within") {
+        bound = std::stoi(text) * 1000;
+      } else if (verb == "wait") {
+        sleepMs(std::stoi(text) * 1000);
+      } else if (verb == "never") {
+        EXPECT_EQ(since(bus, logged).find(text), std::string::npos) << since(bus, logged);
       } else if (verb == "run") {
         const int status = run(text, &reply);
         reply += "exit " + std::to_string(status) + "\n";
@@ -107,13 +129,14 @@ class ServiceBench : public testing::Test {
       } else if (verb == "says" || verb == "bus") {
         Child& child = verb == "says" ? service : bus;
         size_t& from = verb == "says" ? said : logged;
-        size_t at = child.offsetOf(text, from, kStepMs);
+        size_t at = child.offsetOf(text, from, bound);
         ASSERT_NE(at, std::string::npos) << since(child, from);
+        if (bound != kStepMs) std::printf("[ %s: %.1f s after the event ]\n", step.c_str(), (nowMs() - event) / 1000);
         from = at + text.size();
       } else if (verb == "sent") {
         std::vector<std::pair<std::string, size_t>> frames;
         size_t count = static_cast<size_t>(occurrences(text, " ") + 1);
-        waitUntil([&] { return (frames = framesSent(logged)).size() >= count; }, kStepMs);
+        waitUntil([&] { return (frames = framesSent(logged)).size() >= count; }, bound);
         std::string kinds;
         for (size_t i = 0; i < std::min(count, frames.size()); ++i) kinds += (i > 0 ? " " : "") + frames[i].first;
         ASSERT_EQ(kinds, text) << since(bus, logged);

@@ -32,6 +32,16 @@ const e2e::S_Scene kScenes[] = {
     // next poll is answered: RUNNING again, with no re-assignment and no reset.
     {"ADroppedLinkIsSetUpAgain", kThree, "-c", "",
      "bus TX 7E 03 11 | sim drop 2 | within 3 | bus TX 7E 01 1F | bus RX 7E 01 93 | bus TX 7E 01 11 | never F0 02 07"},
+    // Garbled assignment: the reply to the scan's first assignment (ALD 2, 0x42) fails its FCS. Its address
+    // counts as taken, so the three ALDs end on three addresses, each linked and polled within 30 s.
+    {"AGarbledAssignmentUsesUpItsAddress", kThree, "-c", "",
+     "sim garble 2 assign 1 | within 30 | bus RX 7E 01 93 | bus RX 7E 02 93 | bus RX 7E 03 93 | bus TX 7E 01 11 | "
+     "bus TX 7E 02 11 | bus TX 7E 03 11 | type aisg getDevNums | says ALD nums = 3 \n"},
+    // Noise: 16 random bytes on the bus once a second for 60 s while an M-Plane peer sends a request after
+    // each: every reply carries its own request's tag, and every ALD is polled again at the end within 30 s.
+    {"SLOW_NoiseSendsNoReplyToTheWrongRequest", kThree, "-c", "",
+     "bus TX 7E 03 11 | " + rounds(60, "sim noise 16 | run mplanectl --reserved # 01 11 | reply reserved: #\n | wait 1") +
+         " | within 30 | bus TX 7E 01 11 | bus TX 7E 02 11 | bus TX 7E 03 11"},
     // Power cycle: ALD 2 (address 1) away 3 s, back without address or link: answering polls within 30 s, a console
     // getTilt to it succeeds, and the others are never reset or re-addressed.
     {"APowerCycledAldIsPolledAgain", kThree, "-c", "",

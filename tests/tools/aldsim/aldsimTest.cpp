@@ -135,7 +135,7 @@ TEST(AldBusTest, ScheduleIsCheckedBeforeTheRun) {
       {{"2:power 3 1", "3:plug uid=AB"}, "bad --at '2:power 3 1': no ALD '3' (1 to 2)"},
       {{"-1:drop 1"}, "bad --at '-1:drop 1' (SECONDS:COMMAND, SECONDS 0 to 10000000)"},
       {{"1e8:drop 1"}, "bad --at '1e8:drop 1' (SECONDS:COMMAND, SECONDS 0 to 10000000)"},
-      {{"1.5:garble 1 crc 2"}, "bad --at '1.5:garble 1 crc 2': bad kind 'crc' for garble (xid, ua, rr, dm, i, any)"},
+      {{"1.5:garble 1 crc 2"}, "bad --at '1.5:garble 1 crc 2': bad kind 'crc' for garble (xid, ua, rr, dm, i, any, assign)"},
       {{"1:power 1"}, "bad --at '1:power 1': usage: power N SECONDS"},
       {{"1:power 1 -2"}, "bad --at '1:power 1 -2': bad SECONDS '-2' for power (0 or more)"},
       {{"1:noise 0"}, "bad --at '1:noise 0': bad COUNT '0' for noise (1 to 4096)"},

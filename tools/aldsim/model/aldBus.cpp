@@ -21,7 +21,7 @@ const char* const kUsages[] = {"power N SECONDS", "drop N",      "unplug N",    
 const struct {
   const char* name;
   int control;
-} kReplyKinds[] = {{"xid", kXid}, {"ua", kUa}, {"rr", kRr}, {"dm", kDm}, {"i", kIFrame}, {"any", SimAld::kAnyReply}};
+} kReplyKinds[] = {{"xid", kXid}, {"ua", kUa}, {"rr", kRr}, {"dm", kDm}, {"i", kIFrame}, {"any", SimAld::kAnyReply}, {"assign", SimAld::kAssignReply}};
 // The number each of these commands ends with.
 const struct S_ValueRange {
   const char* verb;
@@ -80,6 +80,7 @@ S_XidParams readXid(const S_HdlcPacket& packet) {
 struct S_SimAnswer {
   SimAld* ald;
   S_HdlcPacket packet;
+  bool assignment = false;  // the XID that answers an address assignment
 };
 
 AldBus::AldBus(const std::vector<S_AldConfig>& configs, unsigned int seed, bool alwaysLinked)
@@ -103,7 +104,7 @@ int AldBus::handleFrame(const uint8_t* frame, size_t length, double secondsSince
   S_SimReply reply;
   // Each sender uses up its one-off knobs, also when its reply is lost in a collision.
   for (const S_SimAnswer& sent : answers) {
-    corrupt = sent.ald->takeGarble(sent.packet.control) || corrupt;
+    corrupt = sent.ald->takeGarble(sent.packet.control, sent.assignment) || corrupt;
     reply.delayMs = std::max(reply.delayMs, sent.ald->takeDelay());
   }
   const S_AldConfig& config = answers[0].ald->config();
@@ -134,6 +135,7 @@ void AldBus::answer(SimAld& ald, const S_HdlcPacket& packet, double now, std::ve
     if (xid.uid != nullptr && ald.hasUid(xid.uid, xid.uidLength) && ald.takeFrame(now)) {
       ald.setAddress(xid.address);
       answers.push_back(identification(ald, xid.address, false));
+      answers.back().assignment = true;
     }
   } else if (ald.address() == kNoAddress && ald.matchesProbe(xid.uid, xid.uidLength, xid.mask, xid.maskLength) &&
              ald.takeFrame(now)) {
@@ -331,7 +333,7 @@ int AldBus::aldCommand(const std::vector<std::string>& words, double now, std::v
     const auto* found = std::find_if(std::begin(kReplyKinds), std::end(kReplyKinds),
                                      [&](const auto& k) { return words[2] == k.name; });
     if (found == std::end(kReplyKinds)) {
-      lines.push_back("bad kind '" + words[2] + "' for garble (xid, ua, rr, dm, i, any)");
+      lines.push_back("bad kind '" + words[2] + "' for garble (xid, ua, rr, dm, i, any, assign)");
       return -1;
     }
     kind = found->control;

@@ -51,8 +51,9 @@ void SimAld::garble(int control, unsigned int count) {
   _garbleCount = count;
 }
 
-bool SimAld::takeGarble(uint8_t control) {
-  if (_garbleCount == 0 || (_garbleKind != kAnyReply && _garbleKind != control)) return false;
+bool SimAld::takeGarble(uint8_t control, bool assignment) {
+  const bool kind = _garbleKind == kAnyReply || _garbleKind == control || (_garbleKind == kAssignReply && assignment);
+  if (_garbleCount == 0 || !kind) return false;
   --_garbleCount;
   return true;
 }

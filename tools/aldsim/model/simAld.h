@@ -34,11 +34,13 @@ class SimAld {
   // Off until `until` (seconds since start), then back with no address and no link.
   void powerCycle(double until);
   void unplug() { _unplugged = true; }
-  // The next `count` replies of kind `control` (a value of aisgFrame.h, or kAnyReply) carry a wrong FCS.
+  // The next `count` replies of kind `control` (a value of aisgFrame.h, kAnyReply, or kAssignReply for
+  // the XID that answers an address assignment) carry a wrong FCS.
   static constexpr int kAnyReply = -1;
+  static constexpr int kAssignReply = -2;
   void garble(int control, unsigned int count);
-  // True when the reply of kind `control` about to go out is one of them.
-  bool takeGarble(uint8_t control);
+  // True when the reply of kind `control` about to go out (`assignment`: it answers an assignment) is one of them.
+  bool takeGarble(uint8_t control, bool assignment);
   void delayNext(unsigned int ms) { _delayOnceMs = ms; }
   // The milliseconds the next reply is late: the ALD's own delay and a one-off delay, which is used up.
   unsigned int takeDelay();

@@ -30,13 +30,10 @@ class AisgSerialportCommTest : public testing::Test {
   // The next message posted within timeoutMs; empty when none came.
   Bytes posted(int timeoutMs) {
     S_SerialportMsg msg;
-    for (int waited = 0; waited <= timeoutMs; waited += 2, e2e::sleepMs(2)) {
-      ssize_t n = recordReceive(_queue, &msg, sizeof(msg.data), 0, IPC_NOWAIT);
-      if (n < 0) continue;
-      EXPECT_EQ(recordType(&msg), 3);
-      return Bytes(msg.data, msg.data + n);
-    }
-    return Bytes();
+    ssize_t n = -1;
+    e2e::waitUntil([&] { return (n = recordReceive(_queue, &msg, sizeof(msg.data), 0, IPC_NOWAIT)) >= 0; }, timeoutMs);
+    EXPECT_TRUE(n < 0 || recordType(&msg) == 3);
+    return n < 0 ? Bytes() : Bytes(msg.data, msg.data + n);
   }
   Pty _bus{true};
   int _queue = msgget(IPC_PRIVATE, IPC_CREAT | 0600);

@@ -6,13 +6,6 @@
 
 namespace {
 
-// Deterministic bytes of any value, line feeds included.
-std::string garbage(size_t length, unsigned int seed) {
-  std::string bytes;
-  for (size_t i = 0; i < length; ++i) bytes += static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
-  return bytes;
-}
-
 // The steps n times over, joined, with # standing for the round (1 to n).
 std::string rounds(int n, const std::string& steps) {
   std::string script;
@@ -115,7 +108,7 @@ const e2e::S_Scene kScenes[] = {
     // A configuration of garbage leaves every default, whose port is missing; a port that never falls
     // silent. The service runs on in each case, without spinning, and answers the pipe.
     {"AConfigurationOfGarbageLeavesEveryDefault", "", "-c -l 3",
-     garbage(3000, 3) + "\n" + std::string(10000, 'k') + " " + std::string(10000, 'v') + "\n" + garbage(5000, 5),
+     e2e::garbage(3000, 3) + "\n" + std::string(10000, 'k') + " " + std::string(10000, 'v') + "\n" + e2e::garbage(5000, 5),
      "says ]Version = defalut\n | says ]PortName = /dev/ttyPS1\n | says ]CommandMsgKey = 0x00400004\n | "
      "says ]ResponseMsgKey = 0x00400005\n | says ]ShareMemKey = 0x00400009\n | says Config file version : defalut\n | "
      "says ERROR: open /dev/ttyPS1 failed! | says RS485 dev not init yet! | idle | run pkstatus | "

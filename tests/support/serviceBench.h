@@ -27,6 +27,13 @@ inline int occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
+// Deterministic bytes of any value, line feeds included.
+inline std::string garbage(size_t length, unsigned int seed) {
+  std::string bytes;
+  for (size_t i = 0; i < length; ++i) bytes += static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
+  return bytes;
+}
+
 // Words of a text, split at blanks.
 inline std::vector<std::string> wordsOf(const std::string& text) {
   std::istringstream split(text);

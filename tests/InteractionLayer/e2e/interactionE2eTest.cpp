@@ -12,13 +12,6 @@ namespace {
 using itest::Bytes;
 const std::string kTooShort = "Command msg is incorrect,the size less then minsize.";
 
-// Deterministic bytes of any value, line feeds included.
-std::string garbage(size_t length, unsigned int seed) {
-  std::string bytes;
-  for (size_t i = 0; i < length; ++i) bytes += static_cast<char>((seed = seed * 1103515245u + 12345u) >> 16);
-  return bytes;
-}
-
 class InteractionE2eTest : public e2e::ServiceBench {
  protected:
   // Sends a request of this text size, its tag in the reserved byte; the result of the send.
@@ -49,8 +42,8 @@ TEST_F(InteractionE2eTest, ConsoleSessionToTheEndOfItsInput) {
       "says ald[1] subNo[1]:\nset tilt success\n | "
       // Binary garbage and lines of 10 000 characters leave the console serving.
       "type " +
-      garbage(4000, 7) + "\n" + std::string(10000, 'x') + "\nmret_v2 " + std::string(10000, '1') + "\n" +
-      garbage(10000, 11) +
+      e2e::garbage(4000, 7) + "\n" + std::string(10000, 'x') + "\nmret_v2 " + std::string(10000, '1') + "\n" +
+      e2e::garbage(10000, 11) +
       " | type mret_v2 getTilt 1 1 | says tilt = 5.500000\n | sim alarm 1 7 | "
       "bus ald 1 alarm 7 | type mret_v2 getTilt 1 1 | says ald[1] subNo[1]:\nalarm = 7\n | sim quiet 1 | "
       "bus ald 1 quiet | type mret_v2 getTilt 1 1 | says command msg send\n=>  | "

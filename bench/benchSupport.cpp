@@ -129,4 +129,19 @@ long statusKib(pid_t pid, const std::string& field) {
   return -1;
 }
 
+int consoleGetTilt(Child& service, int timeoutMs, const std::string& road, int& failures, double& start,
+                   double& answered) {
+  size_t mark = service.mark();
+  start = nowMs();
+  service.send("mret_v2 getTilt 1 1\n");
+  size_t at = service.offsetOf("tilt = ", mark, timeoutMs);
+  if (at != std::string::npos) {
+    answered = service.arrivalOf(at + 6);
+    return 1;
+  }
+  if (++failures <= 10) return 0;
+  report("error", road + ": getTilt unanswered ten times");
+  return -1;
+}
+
 }  // namespace bench

@@ -64,6 +64,11 @@ std::vector<S_BusFrame> busFrames(const std::string& log);
 
 // A frame from the primary to `address` that is an RR poll.
 bool isPollTo(const S_BusFrame& frame, uint8_t address);
+// Types `mret_v2 getTilt 1 1` on the service's console and waits up to timeoutMs for its answer:
+// 1 with the send and the answer's arrival (steady clock, ms), 0 to try again, or -1 after the
+// eleventh miss of the road (reported).
+int consoleGetTilt(Child& service, int timeoutMs, const std::string& road, int& failures, double& start,
+                   double& answered);
 
 // One exchange seen in the simulator's log: a frame from the primary and the reply behind it.
 struct S_LoggedExchange {

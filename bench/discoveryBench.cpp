@@ -53,18 +53,10 @@ int runDiscoveryExchanges(int count, int periodSeconds) {
   int failures = 0;
   while (static_cast<int>(exchanges.size()) < count) {
     sleepMs(pause(random));
-    size_t mark = service.mark();
-    double start = nowMs();
-    service.send("mret_v2 getTilt 1 1\n");
-    size_t at = service.offsetOf("tilt = ", mark, 3000);
-    if (at == std::string::npos) {
-      if (++failures > 10) {
-        report("error", "discovery: getTilt unanswered ten times");
-        return 1;
-      }
-      continue;
-    }
-    exchanges.push_back({start, service.arrivalOf(at + 6)});
+    double start = 0, answered = 0;
+    const int got = consoleGetTilt(service, 3000, "discovery", failures, start, answered);
+    if (got < 0) return 1;
+    if (got > 0) exchanges.push_back({start, answered});
   }
   sleepMs(50);  // the last reply's log line
   // When the bus was held by a probe or a poll, in the bench's clock (the log's arrival).

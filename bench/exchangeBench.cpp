@@ -244,18 +244,10 @@ int runConsoleExchanges(int count) {
     double lastAnswer = pollEnd;
     sleepMs(kQuietFromMs);
     while (done < kWarmUp + count && nowMs() - pollEnd < kQuietToMs) {
-      size_t mark = service.mark();
-      double start = nowMs();
-      service.send("mret_v2 getTilt 1 1\n");
-      size_t at = service.offsetOf("tilt = ", mark, 2000);
-      if (at == std::string::npos) {
-        if (++failures > 10) {
-          report("error", "console: getTilt unanswered ten times");
-          return 1;
-        }
-        continue;
-      }
-      lastAnswer = service.arrivalOf(at + 6);
+      double start = 0;
+      const int got = consoleGetTilt(service, 2000, "console", failures, start, lastAnswer);
+      if (got < 0) return 1;
+      if (got == 0) continue;
       if (done++ >= kWarmUp) latencies.push_back(lastAnswer - start);
     }
     pollEnd = waitForPoll(sim, from, 5000, pollArrival);

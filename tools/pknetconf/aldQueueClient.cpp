@@ -14,10 +14,10 @@
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
-constexpr unsigned int kFailurePauseUs = 100000;
 // The text of a record up to its data field.
 constexpr size_t kReplyHeaderText = interaction::kHeaderSize - kRecordTypeSize;
 // The service answers with as much text as the request had plus the header's,
@@ -107,7 +107,7 @@ void* AldQueueClient::receiveThread(void* object) {
     ssize_t n = recordReceive(self->_responseMsgId, &record, interaction::kMaxText, 0, MSG_NOERROR);
     if (n < 0) {
       if (errno != EINTR) {
-        usleep(kFailurePauseUs);
+        usleep(kFailedReceivePauseMs * 1000);
         self->_responseMsgId = openQueue(self->_responseKey);
       }
       continue;

@@ -14,10 +14,10 @@
 #include "common/configFile.h"
 #include "systemServerLayer/msgAlloc/msgAlloc.h"
 #include "systemServerLayer/msgAlloc/msgQueue.h"
+#include "utility/threadLoop.h"
 
 namespace {
 
-constexpr unsigned int kFailurePauseUs = 100000;
 // The text of a record up to its data field.
 constexpr size_t kReplyHeaderText = interaction::kHeaderSize - kRecordTypeSize;
 // The service answers with as much text as the request had plus the header's,
@@ -54,12 +54,14 @@ AldQueueClient::AldQueueClient(int commandKey, int responseKey)
 }
 
 int AldQueueClient::send(const S_InteractionMsg& request, size_t textSize) {
-  if (msgcheckAndsnd(_commandMsgId, &request, textSize, 0) == 0) return 0;
+  // Never waits for room: any local process may fill the queue between the check of
+  // its limits and the send, and a blocked send would hold every session past its 3 s.
+  if (msgcheckAndsnd(_commandMsgId, &request, textSize, IPC_NOWAIT) == 0) return 0;
   // The queue may have been removed and made anew by the service's side.
   int reopened = openQueue(_commandKey);
   if (reopened < 0 || reopened == _commandMsgId) return -1;
   _commandMsgId = reopened;
-  return msgcheckAndsnd(_commandMsgId, &request, textSize, 0);
+  return msgcheckAndsnd(_commandMsgId, &request, textSize, IPC_NOWAIT);
 }
 
 bool AldQueueClient::withdraw() {
@@ -105,7 +107,7 @@ void* AldQueueClient::receiveThread(void* object) {
     ssize_t n = recordReceive(self->_responseMsgId, &record, interaction::kMaxText, 0, MSG_NOERROR);
     if (n < 0) {
       if (errno != EINTR) {
-        usleep(kFailurePauseUs);
+        usleep(kFailedReceivePauseMs * 1000);
         self->_responseMsgId = openQueue(self->_responseKey);
       }
       continue;

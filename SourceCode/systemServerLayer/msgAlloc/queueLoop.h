@@ -28,8 +28,8 @@ ssize_t receiveOrPause(int msgId, void* record, std::size_t maxTextSize, S_Trace
 
 // How far a drain empties a queue, without waiting.
 enum E_DrainMsg {
-  // Up to and with the first message without text (the drains that the
-  // allocator and the tick queue are specified with).
+  // Up to and with the first message without text (the drains of the
+  // allocator and of the tick queue).
   E_DRAIN_TEXT_MSGS,
   // Every message, an over-long one cut.
   E_DRAIN_ALL_MSGS,

@@ -65,7 +65,7 @@ class FakeBus : public InteractionBusInterface {
     sink += touch(data, static_cast<size_t>(*length));
     if (result != E_EXCHANGE_SUCCESS) return -1;
     // No more than the manager's receive buffer holds.
-    size_t size = reply->size < AisgCommManager::kMaxQueueText ? reply->size : AisgCommManager::kMaxQueueText;
+    size_t size = reply->size < AisgCommManager::kRevTextSize ? reply->size : AisgCommManager::kRevTextSize;
     if (size > 0) memcpy(data, reply->bytes.get(), size);
     *length = static_cast<int>(size);
     return 0;

@@ -88,6 +88,8 @@ void AisgCommManager::commandOnlySend(unsigned char* data, unsigned int length) 
   unsigned char frame[kRecordSize];
   memset(frame, 0, sizeof(frame));
   unsigned int frameLength = 0;
+  // Before the encode, so that a request that never goes out is not answered by an earlier reply.
+  forgetEarlierReplies();
   {
     // The manager thread writes the ALD's numbers under the data lock; reading them
     // under it too gives the frame the numbers of the last reply processed.
@@ -103,7 +105,6 @@ void AisgCommManager::commandOnlySend(unsigned char* data, unsigned int length) 
       return;
     }
   }
-  forgetEarlierReplies();
   _pSerialportComm->sendCommandMsg(frame, static_cast<int>(frameLength));
   _sendOctetsCount += frameLength;
 }
@@ -260,7 +261,7 @@ void* AisgCommManager::aisgCommManagerThread(void* object) {
   TRACE(3, "aisgCommManagerThread start");
   for (;;) {
     TRACE(4, "AisgCommManagerThread wait msg = %d!\n", self->_msgId);
-    const ssize_t n = receiveOrPause(self->_msgId, self->_pRevMsg, kMaxQueueText, TRACE_SITE, kForeignMsgTraceLevel);
+    const ssize_t n = receiveOrPause(self->_msgId, self->_pRevMsg, kRevTextSize, TRACE_SITE, kForeignMsgTraceLevel);
     if (n < 0) continue;
     if (n == 0) {
       TRACE(1, "receive empty command -- length=%d , errno=%d!\n", 0, errno);

@@ -26,7 +26,8 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
  public:
   static constexpr unsigned int kPollPeriodMs = 10;
   static constexpr unsigned int kRecordSize = sizeof(S_HdlcPacket);
-  static constexpr unsigned int kMaxQueueText = 512;
+  // The most one message from the port carries, and so the most a reply holds.
+  static constexpr unsigned int kRevTextSize = sizeof(S_SerialportMsg::data);
 
   static AisgCommManager* getInstance();
 
@@ -87,7 +88,7 @@ class AisgCommManager : public AppThreadInterface, public DeviceCommInterface {
   std::map<uint8_t, S_HdlcPacketNo> _hdlcPacketNoMap;
   S_SerialportMsg* _pRevMsg;
   S_HdlcPacket* _pHdlcPacket;
-  unsigned char _revData[512];
+  unsigned char _revData[kRevTextSize];
   unsigned int _revDataLength;
   int _revDataAvailableFlag;
   unsigned int _crcErrorCount;

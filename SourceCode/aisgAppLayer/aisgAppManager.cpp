@@ -59,7 +59,8 @@ AisgAppManager::AisgAppManager(const std::string& threadName)
       _tickLost(false),
       _lostTickRetry(*this),
       _discoveryPeriodS(ConfigFile::getInstance()->_discoveryPeriod),
-      _discoveryPeriodStart() {
+      _discoveryPeriodStart(),
+      _discovering(false) {
   // The own queue comes before the communication manager's, so it has the lower key.
   _msgId = MsgHandlerManager::getInstance()->allocMsgHandler();
   AisgCommManager* comm = AisgCommManager::getInstance();
@@ -215,11 +216,15 @@ E_AppRunStep AisgAppManager::runOneStep(E_AppRunStep step) {
       getAldsBaseInfo();
       return E_RUN_STEP_ALDS_POLL;
     case E_RUN_STEP_ALDS_POLL:
-      if (aldsPoll() != 0) return E_RUN_STEP_DEVICE_SCAN;
-      if (_discoveryPeriodS > 0 &&
-          std::chrono::steady_clock::now() - _discoveryPeriodStart >= std::chrono::seconds(_discoveryPeriodS)) {
-        _discoveryPeriodStart = std::chrono::steady_clock::now();
-        aldsDiscover();
+      if (aldsPoll() != 0) {
+        _discovering = false;  // the scan starts every search afresh
+        return E_RUN_STEP_DEVICE_SCAN;
+      }
+      // A search takes a step in every cycle until it is done; the period counts from its end.
+      if (_discovering || (_discoveryPeriodS > 0 && std::chrono::steady_clock::now() - _discoveryPeriodStart >=
+                                                        std::chrono::seconds(_discoveryPeriodS))) {
+        _discovering = aldsDiscover() != 0;
+        if (!_discovering) _discoveryPeriodStart = std::chrono::steady_clock::now();
       }
       return E_RUN_STEP_ALDS_POLL;
     default:
@@ -240,13 +245,12 @@ int AisgAppManager::aldDeviceScan() {
 }
 
 int AisgAppManager::aldsDiscover() {
-  int total = 0;
-  forEachLayer2Device([&total](Layer2Device& device) {
+  int searching = 0;
+  forEachLayer2Device([&searching](Layer2Device& device) {
     unsigned char count = 0;
-    device.deviceDiscover(kMaxUidLength, count);
-    total += count;
+    if (device.deviceDiscover(kMaxUidLength, count) != 0) searching = 1;
   });
-  return total;
+  return searching;
 }
 
 int AisgAppManager::getAldsBaseInfo() {

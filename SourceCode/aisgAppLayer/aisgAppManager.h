@@ -46,8 +46,8 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
   void tick() override;
 
   int aldDeviceScan();
-  // The discovery of every layer-2 device (ALDs plugged in, or back without their
-  // address, since the scan); the number of ALDs found.
+  // A step of the discovery of every layer-2 device (ALDs plugged in, or back
+  // without their address, since the scan); 1 while a search goes on.
   int aldsDiscover();
   int getAldsBaseInfo();
   int createAldsFromFile();
@@ -107,6 +107,7 @@ class AisgAppManager : public AppThreadInterface, public TimingServer {
   // which starts anew with each scan and each discovery.
   int _discoveryPeriodS;
   std::chrono::steady_clock::time_point _discoveryPeriodStart;
+  bool _discovering;  // a search is under way: it takes its next step in the next cycle
 
   static AisgAppManager* _pAisgAppManager;
 };

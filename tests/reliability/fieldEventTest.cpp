@@ -45,6 +45,11 @@ const e2e::S_Scene kScenes[] = {
     {"APluggedAldIsFoundByTheDiscovery", "uid=0x41 uid=0x42", "-c", "PortName /tmp/ttyALD\nDiscoveryPeriod 5\n",
      "bus TX 7E 02 11 | sim plug uid=0x44 | within 20 | bus RX 7E 03 93 | bus TX 7E 03 11 | bus TX 7E 01 11 | "
      "bus TX 7E 02 11 | never F0 02 07"},
+    // Two plugged at once whose UIDs part only in their second byte: the search takes a step per cycle,
+    // so the life counter moves while it runs, and both are linked at the next free addresses.
+    {"TwoAldsPluggedAtOnceAreFoundWhileTheCyclesGoOn", "uid=0x41", "-c", "PortName /tmp/ttyALD\nDiscoveryPeriod 2\n",
+     "bus TX 7E 01 11 | sim plug uid=0x4401 | sim plug uid=0x4402 | bus TX COLLISION | run pkstatus --alive 4 | "
+     "reply alive        : yes | within 60 | bus RX 7E 02 93 | bus RX 7E 03 93 | bus TX 7E 02 11 | bus TX 7E 03 11"},
     {"WithoutDiscoveryNoProbeFollowsTheScan", "uid=0x41", "-c", "PortName /tmp/ttyALD\nDiscoveryPeriod 0\n",
      "bus TX 7E 01 11 | sim plug uid=0x44 | sent poll1 poll1 poll1 poll1 poll1 poll1 poll1 poll1 poll1 poll1"},
     // Unplug: ALD 2 gone for good is LOST after five polls and five assignments; the rescan within 40 s

@@ -174,29 +174,27 @@ void confirmAndAssign(Layer2V2Device& device, S_AldBaseInfo& info, const Address
   found.push_back(info);
 }
 
-// The UID search below root: probes breadth-first, the 0 branch first, and gives
-// each ALD that answers alone an address (confirmAndAssign). A root that nobody
-// answers costs one probe.
-void searchBelow(Layer2V2Device& device, const S_UidScanUintV2_t& root, unsigned int maxBits,
-                 const AddressChooser& addressFor, std::vector<S_AldBaseInfo>& found) {
-  std::deque<S_UidScanUintV2_t> scanQueue{root};
-  while (!scanQueue.empty()) {
-    const S_UidScanUintV2_t step = scanQueue.front();
-    scanQueue.pop_front();
-    S_AldBaseInfo info{};
-    const int ret = device.oneScan(step, &info);
-    if (ret == E_EXCHANGE_TIME_OUT) {
-      TRACE(2, "device scan timeout\n");
-    } else if (ret == E_EXCHANGE_SUCCESS) {
-      TRACE(3, "device scan only\n");
-      confirmAndAssign(device, info, addressFor, found);
-    } else if (ret == E_EXCHANGE_UNDECODABLE) {
-      TRACE(3, "device scan conflict\n");
-      appendChildren(step, maxBits, scanQueue);
-    } else {
-      TRACE(3, "oneScan ret others = %d \n", ret);
-    }
+// Probes the first step of the queue, and gives an ALD that answers alone an
+// address (confirmAndAssign); a collision queues the step's children, the 0 branch
+// first, so that the search goes breadth-first. The probe's result.
+int probeNext(Layer2V2Device& device, std::deque<S_UidScanUintV2_t>& queue, unsigned int maxBits,
+              const AddressChooser& addressFor, std::vector<S_AldBaseInfo>& found) {
+  const S_UidScanUintV2_t step = queue.front();
+  queue.pop_front();
+  S_AldBaseInfo info{};
+  const int ret = device.oneScan(step, &info);
+  if (ret == E_EXCHANGE_TIME_OUT) {
+    TRACE(2, "device scan timeout\n");
+  } else if (ret == E_EXCHANGE_SUCCESS) {
+    TRACE(3, "device scan only\n");
+    confirmAndAssign(device, info, addressFor, found);
+  } else if (ret == E_EXCHANGE_UNDECODABLE) {
+    TRACE(3, "device scan conflict\n");
+    appendChildren(step, maxBits, queue);
+  } else {
+    TRACE(3, "oneScan ret others = %d \n", ret);
   }
+  return ret;
 }
 
 bool hasAddress(const std::vector<S_AldBaseInfo>& found, unsigned int address) {
@@ -335,12 +333,14 @@ int Layer2V2Device::deviceScan(unsigned char maxUidLength, unsigned char& device
   resetDevice(kBroadcastAddress);
 
   // After the reset every ALD is without an address, and they are numbered from 1.
+  // A discovery under way searched a bus that the reset has just renumbered.
+  _discoveryQueue.clear();
   std::vector<S_AldBaseInfo> foundList;
-  searchBelow(*this, S_UidScanUintV2_t{}, maxBitsFor(maxUidLength),
-              [&foundList](const S_AldBaseInfo&) -> unsigned int {
-                return foundList.size() < kLastAddress ? static_cast<unsigned int>(foundList.size()) + 1 : 0;
-              },
-              foundList);
+  const AddressChooser nextAddress = [&foundList](const S_AldBaseInfo&) -> unsigned int {
+    return foundList.size() < kLastAddress ? static_cast<unsigned int>(foundList.size()) + 1 : 0;
+  };
+  std::deque<S_UidScanUintV2_t> scanQueue{S_UidScanUintV2_t{}};
+  while (!scanQueue.empty()) probeNext(*this, scanQueue, maxBitsFor(maxUidLength), nextAddress, foundList);
 
   deviceCount = static_cast<unsigned char>(foundList.size());
   AldDeviceContainer* container = AldDeviceContainer::getInstance();
@@ -374,7 +374,11 @@ int Layer2V2Device::deviceDiscover(unsigned char maxUidLength, unsigned char& de
     }
     return 0;
   };
-  searchBelow(*this, S_UidScanUintV2_t{}, maxBitsFor(maxUidLength), addressFor, found);
+  if (_discoveryQueue.empty()) _discoveryQueue.push_back(S_UidScanUintV2_t{});
+  int probed = E_EXCHANGE_SUCCESS;
+  while (!_discoveryQueue.empty() && probed != E_EXCHANGE_TIME_OUT) {
+    probed = probeNext(*this, _discoveryQueue, maxBitsFor(maxUidLength), addressFor, found);
+  }
   deviceCount = static_cast<unsigned char>(found.size());
   for (const S_AldBaseInfo& info : found) {
     AldDevice* ald = container->findAldDeviceObj(info.address);
@@ -390,5 +394,5 @@ int Layer2V2Device::deviceDiscover(unsigned char maxUidLength, unsigned char& de
     TRACE(3, "discovery found %s ALD %s at address %d, link %s\n", known ? "the known" : "a new",
           hexText(info.uid, info.uidLength, "").c_str(), info.address, linked == E_EXCHANGE_SUCCESS ? "up" : "down");
   }
-  return 0;
+  return _discoveryQueue.empty() ? 0 : 1;
 }

@@ -2,6 +2,7 @@
 #define PK_LAYER2DEVICE_LAYER2_V2_DEVICE_H
 
 #include <cstdint>
+#include <deque>
 
 #include "aisgAppLayer/deviceManager/layer2Device/layer2Device.h"
 
@@ -34,6 +35,10 @@ class Layer2V2Device : public Layer2Device {
   int deviceDiscover(unsigned char maxUidLength, unsigned char& deviceCount) override;
 
   int oneScan(S_UidScanUintV2_t step, S_AldBaseInfo* info);
+
+ private:
+  // The steps of the discovery's search still to probe, kept from one step to the next.
+  std::deque<S_UidScanUintV2_t> _discoveryQueue;
 };
 
 #endif

@@ -52,6 +52,16 @@ TEST(QueueLoopTest, AnOverlongMessageIsDroppedAndTheOneBehindItReceived) {
   msgctl(id, IPC_RMID, nullptr);
 }
 
+// The tick queue's drain takes messages up to and with the first one without text.
+TEST(QueueLoopTest, ATextDrainEndsWithTheFirstMessageWithoutText) {
+  int id = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+  S_Record record{1, {}};
+  for (std::size_t size : {2, 0, 3}) ASSERT_EQ(recordSend(id, &record, size, 0), 0);
+  drainQueue(id, E_DRAIN_TEXT_MSGS);
+  EXPECT_EQ(stateOf(id).msg_cbytes, 3u);
+  msgctl(id, IPC_RMID, nullptr);
+}
+
 TEST(MsgAllocTest, KeysCountUpFrom0x600000AndEachQueueStartsEmpty) {
   // A queue left by an earlier run under the first key, with a message in it.
   S_Record stale{1, {}};
